@@ -1,0 +1,39 @@
+// The pool's backing-heap policy in the library: forwards to the ExtraHeap
+// singleton.
+#ifndef QUENDAL_HEAP_EXTRA_HEAP_ALLOCATOR_H
+#define QUENDAL_HEAP_EXTRA_HEAP_ALLOCATOR_H
+
+#include <stddef.h>
+#include <stdlib.h>
+
+#include "quendal/extra_heap.h"
+
+namespace Quendal {
+namespace Heap {
+
+// QDHeapDeInit may release the instance while the pool still routes requests
+// to it. The instance's members only forward to the C library, so without an
+// instance the C library is called the same way instead of through null.
+struct ExtraHeapAllocator {
+  static void* Alloc(size_t size) {
+    ExtraHeap* instance = ExtraHeap::GetInstance();
+    return instance != 0 ? instance->Alloc(size) : malloc(size);
+  }
+  static void* ReAlloc(void* pointer, size_t size) {
+    ExtraHeap* instance = ExtraHeap::GetInstance();
+    return instance != 0 ? instance->ReAlloc(pointer, size) : realloc(pointer, size);
+  }
+  static void Free(void* pointer) {
+    ExtraHeap* instance = ExtraHeap::GetInstance();
+    if (instance != 0) {
+      instance->Free(pointer);
+    } else {
+      free(pointer);
+    }
+  }
+};
+
+}  // namespace Heap
+}  // namespace Quendal
+
+#endif

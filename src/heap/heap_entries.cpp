@@ -1,0 +1,36 @@
+// The exported heap entries: test the lazy-initialisation flag, then forward
+// to the one locked pool.
+#include "heap/the_heap.h"
+#include "quendal/heap.h"
+#include "util/compiler.h"
+
+using Quendal::Heap::TheHeap;
+using Quendal::Heap::initNeeded;
+
+extern "C" void* QDHeapAlloc(size_t size) QD_NOTHROW {
+  if (QD_UNLIKELY(initNeeded)) {
+    QDHeapInit();
+  }
+  if (size == 0) {
+    return 0;
+  }
+  return TheHeap::getInstance(true)->Alloc(size);
+}
+
+extern "C" void QDHeapFree(void* pointer) QD_NOTHROW {
+  if (QD_UNLIKELY(initNeeded)) {
+    QDHeapInit();
+  }
+  if (pointer == 0) {
+    return;
+  }
+  TheHeap::getInstance(true)->Free(pointer);
+}
+
+extern "C" void* QDHeapReAlloc(void* pointer, size_t size) QD_NOTHROW {
+  if (QD_UNLIKELY(initNeeded)) {
+    QDHeapInit();
+  }
+  void* block = TheHeap::getInstance(true)->ReAlloc(pointer, size);
+  return size != 0 ? block : 0;
+}

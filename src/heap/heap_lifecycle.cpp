@@ -1,0 +1,53 @@
+// Lazy initialisation, de-initialisation and the unload hook of the heap.
+#include "heap/the_heap.h"
+
+#include "quendal/classification.h"
+#include "quendal/config_file_reader.h"
+#include "quendal/extra_heap.h"
+#include "quendal/heap.h"
+
+namespace Quendal {
+namespace Heap {
+
+uint8_t initNeeded = 1;
+
+}  // namespace Heap
+}  // namespace Quendal
+
+using Quendal::Heap::TheHeap;
+
+extern "C" int QDHeapInit(void) QD_NOTHROW {
+  // Cleared first: allocations made by the steps below must not re-enter.
+  Quendal::Heap::initNeeded = 0;
+  Quendal::Classification::Init();
+  unsigned int chunks = 0;
+  unsigned int chunkSize = 0;
+  unsigned int segSize = 0;
+  if (!ExtraHeap::CreateInstance()) {
+    return 0;
+  }
+  ConfigFileReader::ReadConfigValues(chunks, chunkSize, segSize);
+  Quendal::Heap::LockedPool* heap = TheHeap::getInstance(false);
+  if (!heap->IsConfigured()) {
+    heap->Configure(chunks, chunkSize, segSize);
+  }
+  TheHeap::getInstance(true);
+  // Retries a segment request that failed just above.
+  heap->Initialize();
+  return 1;
+}
+
+extern "C" int QDHeapDeInit(void) QD_NOTHROW {
+  // The pool, its segment and its mutex stay: blocks handed out stay valid.
+  ExtraHeap::ReleaseInstance();
+  return 1;
+}
+
+extern "C" size_t QDHeapTotalSize(void) QD_NOTHROW { return 0; }
+
+// The library's termination routine: runs when the library is unloaded or
+// the process ends, after the exit handlers registered before it.
+extern "C" __attribute__((destructor)) void my_unload(void) QD_NOTHROW {
+  QDHeapDeInit();
+  Quendal::Heap::initNeeded = 1;
+}

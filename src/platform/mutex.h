@@ -1,0 +1,57 @@
+// Mutexes of the library: the heap's lock and the module registry's lock.
+#ifndef QUENDAL_PLATFORM_MUTEX_H
+#define QUENDAL_PLATFORM_MUTEX_H
+
+#include <pthread.h>
+
+namespace Quendal {
+namespace Platform {
+
+enum MutexKind {
+  // Default attributes: not recursive.
+  kPlainMutex,
+  // The platform's recursive type (PTHREAD_MUTEX_RECURSIVE, value 2 on QNX).
+  kRecursiveMutex
+};
+
+// Initialises mutex as kind. Results are not checked: a failed mutex call has
+// no error path in the library.
+inline void InitMutex(pthread_mutex_t* mutex, MutexKind kind) {
+  if (kind == kPlainMutex) {
+    pthread_mutex_init(mutex, 0);
+    return;
+  }
+  pthread_mutexattr_t attributes;
+  pthread_mutexattr_init(&attributes);
+  pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+  pthread_mutex_init(mutex, &attributes);
+  pthread_mutexattr_destroy(&attributes);
+}
+
+inline void LockMutex(pthread_mutex_t* mutex) { pthread_mutex_lock(mutex); }
+
+inline void UnlockMutex(pthread_mutex_t* mutex) { pthread_mutex_unlock(mutex); }
+
+inline void DestroyMutex(pthread_mutex_t* mutex) { pthread_mutex_destroy(mutex); }
+
+// A mutex of a fixed kind that is never destroyed: the heap's lock must stay
+// usable by allocations made while the process tears down.
+template <MutexKind kind>
+class PersistentMutex {
+ public:
+  PersistentMutex() { InitMutex(&m_mutex, kind); }
+  void Lock() { LockMutex(&m_mutex); }
+  void Unlock() { UnlockMutex(&m_mutex); }
+  pthread_mutex_t* Native() { return &m_mutex; }
+
+ private:
+  PersistentMutex(const PersistentMutex&);
+  PersistentMutex& operator=(const PersistentMutex&);
+
+  pthread_mutex_t m_mutex;
+};
+
+}  // namespace Platform
+}  // namespace Quendal
+
+#endif

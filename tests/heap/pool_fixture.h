@@ -1,0 +1,66 @@
+// The pool over scripted backing heaps, as the pool tests build it.
+#ifndef QUENDAL_TESTS_HEAP_POOL_FIXTURE_H
+#define QUENDAL_TESTS_HEAP_POOL_FIXTURE_H
+
+#include <gtest/gtest.h>
+
+#include <stdint.h>
+#include <stdlib.h>
+
+#include <vector>
+
+#include "heap/pool_chunk_allocator.h"
+#include "heap/pool_invariants.h"
+#include "heap/scripted_heap.h"
+
+namespace QuendalTest {
+
+using Quendal::Heap::ChunkHeader;
+using Quendal::Heap::ConfigPoolChunkAllocator;
+using Quendal::Heap::kChunkHeaderSize;
+
+typedef ConfigPoolChunkAllocator<ScriptedSegmentHeap, RecordingOverflowHeap> TestPool;
+
+inline const uint32_t kChunk = 2048;
+// Blocks of the 8-byte class in a 2048-byte chunk: 253 behind a 24-byte header.
+inline const size_t kEightByteBlocks = (kChunk - kChunkHeaderSize) / 8;
+
+class PoolTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ScriptedSegmentHeap::Reset();
+    RecordingOverflowHeap::Reset();
+  }
+  void TearDown() override {
+    free(pool.ClassTable());
+    ScriptedSegmentHeap::Reset();
+    RecordingOverflowHeap::Reset();
+  }
+
+  // A pool of `chunks` chunks serving up to `largest` bytes, on a segment
+  // offset bytes past a multiple of the chunk size.
+  void Build(uint32_t chunks, size_t offset = 0, uint32_t chunkSize = kChunk,
+             uint32_t largest = 1024) {
+    pool.Configure(chunks, chunkSize, largest);
+    ScriptedSegmentHeap::QueueOffset(size_t(1) << 20, offset);
+    pool.Initialize();
+  }
+
+  std::vector<ChunkHeader*> FreeList() const {
+    std::vector<ChunkHeader*> chunks;
+    for (ChunkHeader* chunk = pool.FreeChunks(); chunk != nullptr; chunk = chunk->nextChunk) {
+      chunks.push_back(chunk);
+    }
+    return chunks;
+  }
+
+  ChunkHeader* ChunkNumber(size_t k) const {
+    return reinterpret_cast<ChunkHeader*>(pool.AlignedSegment() + k * pool.ChunkSize());
+  }
+
+  TestPool pool;
+};
+
+}  // namespace QuendalTest
+
+#endif

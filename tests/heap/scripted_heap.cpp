@@ -1,0 +1,111 @@
+#include "heap/scripted_heap.h"
+
+#include <stdint.h>
+#include <stdlib.h>
+
+#include <cstdio>
+
+namespace QuendalTest {
+
+std::vector<size_t> ScriptedSegmentHeap::requests;
+std::vector<void*> ScriptedSegmentHeap::released;
+std::deque<SegmentStep> ScriptedSegmentHeap::script;
+std::vector<void*> ScriptedSegmentHeap::allocations;
+
+void* ScriptedSegmentHeap::Alloc(size_t size) {
+  requests.push_back(size);
+  SegmentStep step = {SegmentStep::kOffsetFromPowerOfTwo, size_t(1) << 20, 0};
+  if (!script.empty()) {
+    step = script.front();
+    script.pop_front();
+  }
+  if (step.kind == SegmentStep::kFail) {
+    return nullptr;
+  }
+  void* raw = nullptr;
+  unsigned char* segment = nullptr;
+  if (step.kind == SegmentStep::kOffsetFromPowerOfTwo) {
+    if (posix_memalign(&raw, step.alignment, size + step.offset) != 0) {
+      return nullptr;
+    }
+    segment = static_cast<unsigned char*>(raw) + step.offset;
+  } else {
+    raw = malloc(size + step.alignment);
+    if (raw == nullptr) {
+      return nullptr;
+    }
+    uintptr_t address = reinterpret_cast<uintptr_t>(raw);
+    uintptr_t aligned = (address + step.alignment - 1) / step.alignment * step.alignment;
+    segment = reinterpret_cast<unsigned char*>(aligned);
+  }
+  allocations.push_back(raw);
+  return segment;
+}
+
+void ScriptedSegmentHeap::Free(void* pointer) { released.push_back(pointer); }
+
+void* ScriptedSegmentHeap::ReAlloc(void*, size_t) {
+  std::fprintf(stderr, "the pool never reallocates its segment\n");
+  abort();
+}
+
+void ScriptedSegmentHeap::QueueFailure() {
+  SegmentStep step = {SegmentStep::kFail, 0, 0};
+  script.push_back(step);
+}
+
+void ScriptedSegmentHeap::QueueOffset(size_t alignment, size_t offset) {
+  SegmentStep step = {SegmentStep::kOffsetFromPowerOfTwo, alignment, offset};
+  script.push_back(step);
+}
+
+void ScriptedSegmentHeap::QueueMultipleOf(size_t alignment) {
+  SegmentStep step = {SegmentStep::kMultipleOf, alignment, 0};
+  script.push_back(step);
+}
+
+void ScriptedSegmentHeap::Reset() {
+  for (void* raw : allocations) {
+    free(raw);
+  }
+  allocations.clear();
+  script.clear();
+  requests.clear();
+  released.clear();
+}
+
+std::vector<OverflowCall> RecordingOverflowHeap::calls;
+bool RecordingOverflowHeap::refuseAlloc = false;
+
+void* RecordingOverflowHeap::Alloc(size_t size) {
+  void* result = refuseAlloc ? nullptr : malloc(size);
+  calls.push_back({OverflowCall::kAlloc, nullptr, size, result});
+  return result;
+}
+
+void RecordingOverflowHeap::Free(void* pointer) {
+  calls.push_back({OverflowCall::kFree, pointer, 0, nullptr});
+  free(pointer);
+}
+
+void* RecordingOverflowHeap::ReAlloc(void* pointer, size_t size) {
+  calls.push_back({OverflowCall::kReAlloc, pointer, size, nullptr});
+  void* result = realloc(pointer, size);
+  calls.back().result = result;
+  return result;
+}
+
+void RecordingOverflowHeap::Reset() {
+  calls.clear();
+  refuseAlloc = false;
+}
+
+size_t RecordingOverflowHeap::Count(OverflowCall::Kind kind) {
+  size_t count = 0;
+  for (const OverflowCall& call : calls) {
+    count += call.kind == kind ? 1 : 0;
+  }
+  return count;
+}
+
+}  // namespace QuendalTest
