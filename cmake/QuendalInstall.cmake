@@ -16,5 +16,15 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/QuendalConfigVersion.cmak
 install(FILES ${PROJECT_BINARY_DIR}/QuendalConfig.cmake ${PROJECT_BINARY_DIR}/QuendalConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Quendal)
 
+# The prefix is found from the .pc file's own place, so an install moved with
+# --prefix (or DESTDIR) still points at its own headers and library.
+set(QUENDAL_PC_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+if(IS_ABSOLUTE "${QUENDAL_PC_DIR}")
+  set(QUENDAL_PC_PREFIX "${CMAKE_INSTALL_PREFIX}")
+else()
+  file(RELATIVE_PATH QUENDAL_PC_UP "/root/${QUENDAL_PC_DIR}" "/root")
+  string(REGEX REPLACE "/$" "" QUENDAL_PC_UP "${QUENDAL_PC_UP}")
+  set(QUENDAL_PC_PREFIX "\${pcfiledir}/${QUENDAL_PC_UP}")
+endif()
 configure_file(cmake/quendal.pc.in ${PROJECT_BINARY_DIR}/quendal.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/quendal.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

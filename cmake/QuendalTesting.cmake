@@ -17,7 +17,7 @@ include(GoogleTest)
 # One gtest binary per area; every TEST becomes its own CTest test, so each
 # runs in a process of its own (the library has process-global lazy state).
 function(quendal_add_gtest name)
-  cmake_parse_arguments(arg "NO_MAIN" "" "SOURCES;LIBRARIES;DEFINITIONS" ${ARGN})
+  cmake_parse_arguments(arg "NO_MAIN" "" "SOURCES;LIBRARIES;DEFINITIONS;ENVIRONMENT" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   if(arg_NO_MAIN)
     target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gtest GTest::gmock)
@@ -29,5 +29,5 @@ function(quendal_add_gtest name)
   set_target_properties(${name} PROPERTIES CXX_STANDARD 17 CXX_STANDARD_REQUIRED ON)
   quendal_set_warnings(${name})
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
-    PROPERTIES TIMEOUT 300)
+    PROPERTIES TIMEOUT 300 ENVIRONMENT "${arg_ENVIRONMENT}")
 endfunction()

@@ -1,0 +1,115 @@
+// The process-wide registry of module names and their 16-bit ids.
+#include <string.h>
+
+#include <map>
+#include <new>
+#include <string>
+
+#include "classification/new_id_callback.h"
+#include "quendal/classification.h"
+
+namespace Quendal {
+namespace Classification {
+
+NewIdCallback pNewIdCB = 0;
+
+namespace {
+
+// Releases the lock on every way out of a look-up, exceptions from the
+// new-id callback included.
+template <class MutexType>
+class LockGuard {
+ public:
+  explicit LockGuard(MutexType& mutex) : m_mutex(mutex) { m_mutex.Lock(); }
+  ~LockGuard() { m_mutex.Unlock(); }
+
+ private:
+  LockGuard(const LockGuard&);
+  LockGuard& operator=(const LockGuard&);
+
+  MutexType& m_mutex;
+};
+
+}  // namespace
+
+template <class MutexType>
+ModuleRegistry<MutexType>::ModuleRegistry() {}
+
+// Members go in reverse order: every entry first, then the mutex.
+template <class MutexType>
+ModuleRegistry<MutexType>::~ModuleRegistry() {}
+
+template <class MutexType>
+unsigned short ModuleRegistry<MutexType>::LookUp(const char* name) {
+  // A null name has no characters to register; 0 is the id that means "no
+  // module", so it is the natural answer.
+  if (name == 0) {
+    return 0;
+  }
+  // The copy is made before the lock so the critical section stays short.
+  std::string key;
+  try {
+    key.assign(name, strlen(name));
+  } catch (const std::bad_alloc&) {
+    return 0;
+  }
+
+  LockGuard<MutexType> guard(m_mutex);
+  typename std::map<std::string, unsigned short>::iterator position = m_map.lower_bound(key);
+  if (position != m_map.end() && position->first == key) {
+    return position->second;
+  }
+  // Truncation to 16 bits is deliberate: after 65535 names the ids wrap to 0,
+  // then 1, and are shared with earlier names.
+  const unsigned short id = static_cast<unsigned short>(m_map.size() + 1);
+  try {
+    m_map.insert(position, typename std::map<std::string, unsigned short>::value_type(key, id));
+  } catch (const std::bad_alloc&) {
+    // The map's insertion leaves it unchanged when it throws.
+    return 0;
+  }
+  // Called under the lock: this serialises the callback with every look-up,
+  // which is what lets the module-name log keep an unlocked table.
+  if (pNewIdCB != 0) {
+    pNewIdCB(name, id);
+  }
+  return id;
+}
+
+template <class MutexType>
+const char* ModuleRegistry<MutexType>::LookUpName(unsigned short id) {
+  LockGuard<MutexType> guard(m_mutex);
+  // Walking in name order makes the first name in that order win when several
+  // names share an id after the wrap-around.
+  for (typename std::map<std::string, unsigned short>::const_iterator entry = m_map.begin();
+       entry != m_map.end(); ++entry) {
+    if (entry->second == id) {
+      // The key's characters never move while the registry lives: entries are
+      // never changed or removed.
+      return entry->first.c_str();
+    }
+  }
+  return 0;
+}
+
+template class ModuleRegistry<Mutex>;
+
+ModuleRegistry<Mutex>& getmoduleRegistry() {
+  static ModuleRegistry<Mutex> registry;
+  return registry;
+}
+
+unsigned short LookUpModuleId(const char* name) {
+  return getmoduleRegistry().LookUp(name);
+}
+
+const char* LookUpModuleName(unsigned short id) {
+  return getmoduleRegistry().LookUpName(id);
+}
+
+void SetNewIdCallback(void (*callback)(const char*, unsigned short)) {
+  pNewIdCB = callback;
+}
+
+}  // namespace Classification
+}  // namespace Quendal
