@@ -19,12 +19,12 @@ namespace QDValidation {
 
 // Results of check_markers; the first failed check decides.
 enum CheckResult {
-  eOk = 0,                // all markers intact
-  eNullPointer = 1,       // the block is null
-  eFailedStartMarker = 2, // bytes 4 to 6 differ from start_markers
-  eFailedEndMarker = 3,   // the 4 bytes at length - 4 differ from end_markers
-  eFailedLenControl = 4,  // byte 7 differs from the stored length's control byte
-  eFailedNullLen = 5      // the stored length is 0: the block was marked deleted
+  eOk = 0,                 // all markers intact
+  eNullPointer = 1,        // the block is null
+  eFailedStartMarker = 2,  // bytes 4 to 6 differ from start_markers
+  eFailedEndMarker = 3,    // the 4 bytes at length - 4 differ from end_markers
+  eFailedLenControl = 4,   // byte 7 differs from the stored length's control byte
+  eFailedNullLen = 5       // the stored length is 0: the block was marked deleted
 };
 
 // The start marker, FF 00 FF. Writes and checks read it at each call, so
@@ -58,9 +58,11 @@ QD_EXPORT bool mark_pointer_as_deleted(void* block) QD_NOTHROW;
 QD_EXPORT int check_markers(void* block, unsigned int& length) QD_NOTHROW;
 
 // Returns true when check_markers gives eOk. Otherwise passes one message
-// naming the failed check, the block's address (its low 32 bits) and, for the
-// end-marker and control-byte failures, the stored length, to
-// QDExcHdlWriteMessageToExceptionFile, and returns false.
+// naming the failed check, the block's address (its low 32 bits, in hex) and,
+// for the end-marker and control-byte failures, the stored length (as a signed
+// 32-bit number), to QDExcHdlWriteMessageToExceptionFile, and returns false.
+// Messages carry no line break; a null block gives
+// "QDValidation::check_pointer: Null pointer.".
 QD_EXPORT bool check_pointer(void* block) QD_NOTHROW;
 
 }  // namespace QDValidation

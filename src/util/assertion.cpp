@@ -28,8 +28,8 @@ extern "C" int PIAssertReportFailure(const char* quotedText, const char* file, i
     fprintf(stderr, "\nassertion failed in %s(%d): %s : \"%s\"\n%s", Printable(file), line,
             Printable(label), quotedText, messageLine);
   } else {
-    fprintf(stderr, "\nassertion failed in %s(%d) %s\n%s", Printable(file), line,
-            Printable(label), messageLine);
+    fprintf(stderr, "\nassertion failed in %s(%d) %s\n%s", Printable(file), line, Printable(label),
+            messageLine);
   }
   return 1;
 }

@@ -1,16 +1,22 @@
 // Hooks of the framework's other interfaces, exported with empty bodies.
-#include "quendal/config_file_reader.h"
 #include "quendal/hooks.h"
+#include "quendal/config_file_reader.h"
 
 extern "C" {
 
-int QDExcHdlOnExceptionOccurred(const void* /*context*/) QD_NOTHROW { return 0; }
+int QDExcHdlOnExceptionOccurred(const void* /*context*/) QD_NOTHROW {
+  return 0;
+}
 
 void QDExcHdlHandleException(const void* /*context*/) QD_NOTHROW {}
 
-int QDExcHdlCollectModuleInfos(const void* /*context*/) QD_NOTHROW { return 0; }
+int QDExcHdlCollectModuleInfos(const void* /*context*/) QD_NOTHROW {
+  return 0;
+}
 
-int QDExcHdlSetConfigurationFlags(const void* /*context*/) QD_NOTHROW { return 0; }
+int QDExcHdlSetConfigurationFlags(const void* /*context*/) QD_NOTHROW {
+  return 0;
+}
 
 void QDExcHdlWriteMessageToExceptionFile(const char* /*message*/) QD_NOTHROW {}
 

@@ -10,7 +10,9 @@ namespace Random {
 
 namespace {
 
-int LibraryDraw() { return rand(); }
+int LibraryDraw() {
+  return rand();
+}
 
 }  // namespace
 
@@ -32,16 +34,21 @@ const int kDrawMask = 0x7FFF;
 
 RandomNumberGenerator* RandomNumberGenerator::m_pTheInstance = 0;
 
-double RandomNumberGenerator::getRandNum_01() { return 0.0; }
+double RandomNumberGenerator::getRandNum_01() {
+  return 0.0;
+}
 
 unsigned int RandomNumberGenerator::getRandNum_User(unsigned int max) {
   // The bound passes through single precision on purpose: above 2^24 it loses
-  // its low bits, and results must match that.
-  const float singleMax = static_cast<float>(max);
+  // its low bits. volatile makes the rounding happen even where the compiler
+  // would keep the value in a wider x87 register (i386).
+  const volatile float singleMax = static_cast<float>(max);
   const double bound = static_cast<double>(singleMax);
   const double draw = static_cast<double>(Quendal::Random::drawFunction() & kDrawMask);
   const double scaled = draw * kDrawScale;
   return static_cast<unsigned int>(bound * scaled);
 }
 
-void RandomNumberGenerator::SeedGenerator() { srand(static_cast<unsigned int>(time(NULL))); }
+void RandomNumberGenerator::SeedGenerator() {
+  srand(static_cast<unsigned int>(time(NULL)));
+}

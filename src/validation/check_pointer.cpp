@@ -11,18 +11,31 @@ namespace Validation {
 
 MessageSink messageSink = QDExcHdlWriteMessageToExceptionFile;
 
+namespace {
+
+// "%ld" shows the stored length as the target's 32-bit long does: a length of
+// 2^31 or more prints as negative on every platform, not only on 32-bit ones.
+long LengthAsLong(unsigned int length) {
+  const unsigned int kSignBit = 0x80000000u;
+  if (length < kSignBit) {
+    return static_cast<long>(length);
+  }
+  return -static_cast<long>(~length) - 1;
+}
+
+}  // namespace
+
 void ReportCheckFailure(int result, const void* block, unsigned int length) {
   // "0x%x" takes an unsigned int: on targets with wider pointers the address
   // is cut to its low 32 bits so the text keeps its form.
   const unsigned int address = static_cast<unsigned int>(reinterpret_cast<uintptr_t>(block));
-  const long storedLength = static_cast<long>(length);
+  const long storedLength = LengthAsLong(length);
   char text[kMessageBufferSize];
   text[0] = '\0';
   // Bounded even though every message fits: the buffer must never overrun.
   switch (result) {
     case QDValidation::eFailedStartMarker:
-      snprintf(text, sizeof(text), " QDValidation::check_pointer eFailedStartMarker 0x%x",
-               address);
+      snprintf(text, sizeof(text), " QDValidation::check_pointer eFailedStartMarker 0x%x", address);
       break;
     case QDValidation::eFailedEndMarker:
       snprintf(text, sizeof(text), "QDValidation::check_pointer eFailedEndMarker 0x%x len %ld",

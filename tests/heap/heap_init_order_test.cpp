@@ -1,6 +1,6 @@
 // The order of the heap's lazy initialisation, watched from the outside: the
 // thread key of the classification, the extra heap, the .mem file, then the
-// allocator's construction (its recursive mutex) and the segment. Also a heap
+// allocator's construction (its mutex) and the segment. Also a heap
 // entry called while the .mem file is read, before the pool is configured.
 #include <gtest/gtest.h>
 
@@ -36,7 +36,8 @@ void Record(const std::string& event) {
 }  // namespace
 
 // The library is linked statically into this program, so its calls of these
-// two functions land here first and go on to the C library's.
+// two functions land here first and go on to the C library's. The heap's
+// lock is the only mutex the library creates with a type of its own.
 extern "C" int pthread_key_create(pthread_key_t* key, void (*destructor)(void*)) {
   typedef int (*Function)(pthread_key_t*, void (*)(void*));
   static Function next = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pthread_key_create"));
@@ -48,9 +49,7 @@ extern "C" int pthread_mutexattr_settype(pthread_mutexattr_t* attributes, int ty
   typedef int (*Function)(pthread_mutexattr_t*, int);
   static Function next =
       reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pthread_mutexattr_settype"));
-  if (type == PTHREAD_MUTEX_RECURSIVE) {
-    Record("recursive mutex");
-  }
+  Record("typed mutex");
   return next(attributes, type);
 }
 
@@ -79,7 +78,7 @@ TEST_F(HeapInitOrderTest, KeyThenExtraHeapThenMemFileThenAllocatorThenSegment) {
   void* block = QDHeapAlloc(32);
   recording = false;
 
-  const std::vector<std::string> expected = {"thread key", "mem file line", "recursive mutex"};
+  const std::vector<std::string> expected = {"thread key", "mem file line", "typed mutex"};
   EXPECT_EQ(events, expected);
   ASSERT_EQ(Scripted::OpenedPaths().size(), 1u);
   EXPECT_EQ(Scripted::OpenedPaths()[0], "/opt/app/player.mem");
