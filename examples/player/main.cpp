@@ -1,7 +1,9 @@
 // A process that gets its memory from libQuendal: player.bin reads player.mem
 // from its own directory on the first heap call, then allocates inside module
-// scopes and prints what it did.
+// scopes and prints what it did, the names the module-name log kept and the
+// memory report.
 #include <quendal/quendal.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
@@ -12,12 +14,14 @@ using Quendal::Classification::ScopedId;
 
 namespace {
 
+// Switches the module-name log on before any module name is looked up: names
+// looked up earlier would never reach it.
+QDLog::SetClassIdCb moduleNameLog;
+
+// The first heap call has read player.mem already; reading it again would
+// file its limits a second time.
 void PrintConfiguration() {
-  unsigned int chunks = 0;
-  unsigned int chunkSize = 0;
-  unsigned int segSize = 0;
-  ConfigFileReader::ReadConfigValues(chunks, chunkSize, segSize);
-  std::printf("player.mem: CHUNKS %u, CHUNK_SIZE %u, SEG_SIZE %u\n", chunks, chunkSize, segSize);
+  std::printf("player.mem module limits:\n");
   std::map<char*, unsigned long>& limits = getModuleLimits();
   for (std::map<char*, unsigned long>::iterator it = limits.begin(); it != limits.end(); ++it) {
     std::printf("  module limit: \"%s\" -> %lu\n", it->first, it->second);
@@ -45,6 +49,21 @@ void ReceivePacket() {
   QDHeapFree(small);
 }
 
+void PrintModuleNames() {
+  std::printf("modules known to the module-name log (id;name;):\n");
+  std::fflush(stdout);
+  // dump_map_to_file closes the stream it is given: hand it a copy of stdout.
+  QDLog::dump_map_to_file(fdopen(dup(fileno(stdout)), "w"));
+
+  unsigned short ids[256];
+  char names[256][64];
+  const unsigned long count = QDgetModuleIdMapping(ids, names);
+  if (count != QDgetModuleIdMappingEmptyTable) {
+    std::printf("the same as a flat copy: %lu modules, the first is %u \"%s\"\n", count, ids[0],
+                names[0]);
+  }
+}
+
 }  // namespace
 
 int main() {
@@ -55,6 +74,11 @@ int main() {
   ReceivePacket();
   std::printf("module 1 is \"%s\", module 2 is \"%s\"\n", ScopedId::LookUpName(1),
               ScopedId::LookUpName(2));
+  std::printf("module \"video\" gets id %u\n", Quendal::Classification::LookUpModuleId("video"));
+  PrintModuleNames();
+  // This build records no allocations: the report shows the facility flags,
+  // no rows and four zero sums.
+  AllocMemoryTable::dumpModules(stdout, 0);
   QDHeapFree(first);
   return 0;
 }

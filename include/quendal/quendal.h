@@ -3,12 +3,19 @@
 #define QUENDAL_QUENDAL_H
 
 #include "quendal/version.h"
+#include "quendal/assertion.h"
 #include "quendal/heap.h"
+#include "quendal/hooks.h"
 
 #ifdef __cplusplus
+#include "quendal/accounting.h"
 #include "quendal/classification.h"
 #include "quendal/config_file_reader.h"
+#include "quendal/containers.h"
 #include "quendal/extra_heap.h"
+#include "quendal/random.h"
+#include "quendal/validation.h"
+#include "quendal/module_log.h"
 #endif
 
 #endif
