@@ -1,6 +1,7 @@
 // The length-control byte: (length + length / 255) mod 256.
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 
 #include "guarded_block.h"
@@ -14,6 +15,12 @@ struct ControlByteExample {
   unsigned int length;
   unsigned char controlByte;
 };
+
+// Names the example in test listings instead of dumping its bytes, padding
+// included.
+void PrintTo(const ControlByteExample& example, std::ostream* out) {
+  *out << "length " << example.length << ", control byte " << static_cast<int>(example.controlByte);
+}
 
 class ControlByte : public ::testing::TestWithParam<ControlByteExample> {};
 
