@@ -7,9 +7,11 @@
 namespace Quendal {
 namespace Heap {
 
-// Recursive, as the heap has always created it, although no path takes it
-// twice on one thread.
-typedef Platform::PersistentMutex<Platform::kRecursiveMutex> Mutex;
+// No path takes the heap's lock twice on one thread, so it need not be
+// recursive: the normal type measured cheapest, and under two threads
+// contending it kept the most throughput (docs/BENCHMARKS.md). It is still
+// created with an explicit type, as the heap has always created its lock.
+typedef Platform::PersistentMutex<Platform::kNormalMutex> Mutex;
 
 }  // namespace Heap
 }  // namespace Quendal

@@ -1,10 +1,16 @@
 // Adds one lock around a pool: every allocation, release and reallocation,
-// including the pool's calls into its overflow heap, runs under it.
+// including the pool's calls into its overflow heap, runs under it once the
+// process can have a second thread. Before that the lock is skipped: nothing
+// can run beside the caller, and a thread started later finds the pool as
+// the caller left it.
 #ifndef QUENDAL_HEAP_LOCKED_ALLOCATOR_H
 #define QUENDAL_HEAP_LOCKED_ALLOCATOR_H
 
 #include <stddef.h>
 #include <stdint.h>
+
+#include "platform/single_threaded.h"
+#include "util/compiler.h"
 
 namespace Quendal {
 namespace Heap {
@@ -23,22 +29,22 @@ class LockedAllocator {
   void Initialize() { m_pool.Initialize(); }
 
   void* Alloc(size_t size) {
-    m_mutex.Lock();
+    bool locked = Lock();
     void* block = m_pool.Alloc(size);
-    m_mutex.Unlock();
+    Unlock(locked);
     return block;
   }
 
   void Free(void* pointer) {
-    m_mutex.Lock();
+    bool locked = Lock();
     m_pool.Free(pointer);
-    m_mutex.Unlock();
+    Unlock(locked);
   }
 
   void* ReAlloc(void* pointer, size_t size) {
-    m_mutex.Lock();
+    bool locked = Lock();
     void* block = m_pool.ReAlloc(pointer, size);
-    m_mutex.Unlock();
+    Unlock(locked);
     return block;
   }
 
@@ -46,6 +52,22 @@ class LockedAllocator {
   MutexType& GetMutex() { return m_mutex; }
 
  private:
+  // Takes the lock unless the process is single-threaded; the answer is kept
+  // for the matching Unlock, so a call that started unlocked ends unlocked.
+  QD_ALWAYS_INLINE bool Lock() {
+    if (QD_LIKELY(Platform::IsSingleThreaded())) {
+      return false;
+    }
+    m_mutex.Lock();
+    return true;
+  }
+
+  QD_ALWAYS_INLINE void Unlock(bool locked) {
+    if (locked) {
+      m_mutex.Unlock();
+    }
+  }
+
   LockedAllocator(const LockedAllocator&);
   LockedAllocator& operator=(const LockedAllocator&);
 

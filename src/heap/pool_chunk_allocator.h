@@ -50,7 +50,13 @@ class ConfigPoolChunkAllocator {
         m_classCount(1),
         m_classTableEntries(0),
         m_pooledLimit(0),
-        m_chunkMask(0) {
+        m_chunkMask(0),
+        m_chunkShift(0),
+        m_nextRank(1),
+        m_carvedChunk(0),
+        m_carvedLast(0),
+        m_carvedBlockSize(0) {
+    ForgetShortcuts();
     UpdateGeometry();
   }
 
@@ -146,12 +152,33 @@ class ConfigPoolChunkAllocator {
   ConfigPoolChunkAllocator(const ConfigPoolChunkAllocator&);
   ConfigPoolChunkAllocator& operator=(const ConfigPoolChunkAllocator&);
 
-  void* AllocFromClass(size_t size);
+  QD_ALWAYS_INLINE void* AllocFromClass(size_t size);
+  QD_NOINLINE void* AllocWalking(uint32_t blockSize, size_t index);
   ChunkHeader* TakeFreeChunk(uint32_t blockSize);
   void Carve(ChunkHeader* chunk, uint32_t blockSize);
-  void Release(void* pointer);
+  QD_ALWAYS_INLINE void Release(void* pointer);
+  QD_NOINLINE void ReturnChunk(ChunkHeader* chunk, size_t index);
   void BuildChunks();
   void UpdateGeometry();
+  void ForgetShortcuts();
+  ChunkHeader* WalkStart(size_t index, ChunkHeader* head) const {
+    if (index < kHintedClasses && m_firstFreeHint[index] != 0) {
+      return m_firstFreeHint[index];
+    }
+    return head;
+  }
+  void SetHint(size_t index, ChunkHeader* chunk) {
+    if (index < kHintedClasses) {
+      m_firstFreeHint[index] = chunk;
+    }
+  }
+  uint32_t* RankSlot(const ChunkHeader* chunk) {
+    uintptr_t offset = reinterpret_cast<uintptr_t>(chunk) - m_alignedSegment;
+    uintptr_t number = m_chunkMask != 0 ? offset >> m_chunkShift : offset / m_chunkSize;
+    return number < kRankedChunks ? &m_chunkRank[number] : 0;
+  }
+  void RankAsTail(ChunkHeader* chunk);
+  void HintAfterFullChunkGotABlock(size_t index, ChunkHeader* chunk);
 
   ChunkHeader** m_classChunks;
   ChunkHeader* m_freeChunks;
@@ -175,12 +202,61 @@ class ConfigPoolChunkAllocator {
   size_t m_pooledLimit;
   // ~(m_chunkSize - 1) for a power-of-two chunk size, else 0 (divide).
   uintptr_t m_chunkMask;
+  // log2 of a power-of-two chunk size: a chunk's number in the segment.
+  uint32_t m_chunkShift;
+
+  // Where the walk of a class may start: every chunk ahead of its hint in
+  // the class list is full, so the first chunk with a free block is the hint
+  // or one behind it, exactly the chunk a walk from the head would find.
+  // Null: walk from the head. The classes of the pool every process gets
+  // (1024 bytes in 8-byte steps) have one; any further class walks from its
+  // head.
+  enum { kHintedClasses = 128 };
+  ChunkHeader* m_firstFreeHint[kHintedClasses];
+
+  // Order of the chunks within their class lists, to tell whether a full
+  // chunk that gets a free block lies ahead of its class's hint. A chunk
+  // joins a class list only at the tail (or as the only chunk) and the
+  // lists never change order otherwise, so numbering chunks as they join
+  // keeps, within each class, the smaller number ahead. 0: unknown (not
+  // numbered yet, beyond the first kRankedChunks chunks, or numbers ran
+  // out and were cleared); the hint then falls back to the head.
+  enum { kRankedChunks = 1024 };
+  uint32_t m_chunkRank[kRankedChunks];
+  uint32_t m_nextRank;
+
+  // A chunk whose free list, from its freeBlocks on, still reads exactly as
+  // carving for m_carvedBlockSize wrote it (m_carvedLast is its last block):
+  // blocks were only taken from the front and given back in the reverse
+  // order. When such a chunk comes back whole and is given to the same
+  // class again, carving it would write the very links it holds, so it is
+  // not carved again. An allocate-and-free of a lone block empties and
+  // re-assigns its chunk every time; this keeps that from costing a carve.
+  ChunkHeader* m_carvedChunk;
+  void* m_carvedLast;
+  uint32_t m_carvedBlockSize;
 };
+
+template <class SegmentHeap, class OverflowHeap>
+void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::ForgetShortcuts() {
+  for (size_t index = 0; index < kHintedClasses; ++index) {
+    m_firstFreeHint[index] = 0;
+  }
+  memset(m_chunkRank, 0, sizeof m_chunkRank);
+  m_nextRank = 1;
+  m_carvedChunk = 0;
+  m_carvedLast = 0;
+  m_carvedBlockSize = 0;
+}
 
 template <class SegmentHeap, class OverflowHeap>
 void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::UpdateGeometry() {
   bool powerOfTwo = (m_chunkSize & (m_chunkSize - 1)) == 0;
   m_chunkMask = powerOfTwo ? ~static_cast<uintptr_t>(m_chunkSize - 1) : 0;
+  m_chunkShift = 0;
+  while (powerOfTwo && (static_cast<uint32_t>(1) << m_chunkShift) < m_chunkSize) {
+    ++m_chunkShift;
+  }
 
   size_t limit = 0;
   if (m_segment != 0 && m_classChunks != 0 && m_chunkSize >= kChunkHeaderSize) {
@@ -223,6 +299,7 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::Initialize() {
     m_classTableEntries = m_classCount;
   }
   memset(m_classChunks, 0, m_classTableEntries * sizeof(ChunkHeader*));
+  ForgetShortcuts();
 
   uintptr_t segment = reinterpret_cast<uintptr_t>(m_segment);
   m_alignedSegment = (segment + m_chunkSize - 1) / m_chunkSize * m_chunkSize;
@@ -280,13 +357,15 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::Carve(ChunkHeader* chu
   unsigned char* block = first;
   // Compared as signed 32-bit values: with 0 or 1 blocks only the first is
   // listed (the routing limit guarantees it fits).
-  for (uint32_t k = 0; static_cast<int32_t>(blockSize * (k + 1)) <
-                       static_cast<int32_t>(count * blockSize);
-       ++k) {
+  for (uint32_t k = 0;
+       static_cast<int32_t>(blockSize * (k + 1)) < static_cast<int32_t>(count * blockSize); ++k) {
     SetNextFreeBlock(block, block + blockSize);
     block += blockSize;
   }
   SetNextFreeBlock(block, 0);
+  m_carvedChunk = chunk;
+  m_carvedLast = block;
+  m_carvedBlockSize = blockSize;
 }
 
 template <class SegmentHeap, class OverflowHeap>
@@ -302,34 +381,67 @@ ChunkHeader* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::TakeFreeChunk(
   }
   chunk->blockSize = blockSize;
   chunk->nextChunk = 0;
-  Carve(chunk, blockSize);
+  if (chunk != m_carvedChunk || blockSize != m_carvedBlockSize ||
+      chunk->freeBlocks != FirstBlock(chunk)) {
+    Carve(chunk, blockSize);
+  }
   --m_freeChunkCount;
   return chunk;
 }
 
-// The hot path: one comparison routes the request, then the class's chunks
-// are walked from its head to the first with a free block. A pop costs a few
-// loads and stores; only a full class list makes the walk longer.
+// The hot path: one comparison routes the request; when the class's hint
+// chunk has a free block, that block is the one a walk from the head would
+// find, and it is taken at once.
 template <class SegmentHeap, class OverflowHeap>
 void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::AllocFromClass(size_t size) {
   if (QD_UNLIKELY(size - 1 >= m_pooledLimit)) {
     return 0;
   }
   uint32_t blockSize = static_cast<uint32_t>(ClassSize(size));
-  ChunkHeader** head = &m_classChunks[ClassIndex(blockSize)];
+  size_t index = ClassIndex(blockSize);
+  if (QD_LIKELY(index < kHintedClasses)) {
+    ChunkHeader* chunk = m_firstFreeHint[index];
+    if (QD_LIKELY(chunk != 0)) {
+      void* block = chunk->freeBlocks;
+      if (QD_LIKELY(block != 0)) {
+        chunk->freeBlocks = NextFreeBlock(block);
+        ++chunk->usedBlocks;
+        return block;
+      }
+    }
+  }
+  return AllocWalking(blockSize, index);
+}
+
+// Gives an empty class its first chunk, then walks the class's chunks from
+// the hint (or the head) to the first with a free block, appending a chunk
+// from the free chunk list behind the last one when all are full.
+template <class SegmentHeap, class OverflowHeap>
+void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::AllocWalking(uint32_t blockSize,
+                                                                        size_t index) {
+  // The routing limit is 0 without a class table, so this never returns
+  // here; it keeps the table's absence from being dereferenced regardless.
+  if (m_classChunks == 0) {
+    return 0;
+  }
+  ChunkHeader** head = &m_classChunks[index];
   ChunkHeader* chunk = *head;
-  if (QD_UNLIKELY(chunk == 0)) {
+  if (chunk == 0) {
     chunk = TakeFreeChunk(blockSize);
     if (chunk == 0) {
       return 0;
     }
     *head = chunk;
+    RankAsTail(chunk);
+  } else {
+    chunk = WalkStart(index, chunk);
   }
   for (;;) {
     void* block = chunk->freeBlocks;
-    if (QD_LIKELY(block != 0)) {
+    if (block != 0) {
       chunk->freeBlocks = NextFreeBlock(block);
       ++chunk->usedBlocks;
+      SetHint(index, chunk);
       return block;
     }
     if (chunk->nextChunk != 0) {
@@ -342,32 +454,92 @@ void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::AllocFromClass(size_t
     }
     chunk->nextChunk = appended;
     appended->prevChunk = chunk;
+    RankAsTail(appended);
     chunk = appended;
+  }
+}
+
+template <class SegmentHeap, class OverflowHeap>
+void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::RankAsTail(ChunkHeader* chunk) {
+  uint32_t* slot = RankSlot(chunk);
+  if (slot == 0) {
+    return;
+  }
+  if (m_nextRank == 0) {
+    // The numbers wrapped: forget them all rather than misorder two chunks.
+    memset(m_chunkRank, 0, sizeof m_chunkRank);
+    m_nextRank = 1;
+  }
+  *slot = m_nextRank++;
+}
+
+// A full chunk of the class got a free block. If it lies ahead of the hint
+// it is now the first chunk with a free block; behind it, the hint stands.
+template <class SegmentHeap, class OverflowHeap>
+void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::HintAfterFullChunkGotABlock(
+    size_t index, ChunkHeader* chunk) {
+  if (index >= kHintedClasses) {
+    return;
+  }
+  ChunkHeader* hint = m_firstFreeHint[index];
+  if (hint == 0 || hint == chunk) {
+    return;
+  }
+  uint32_t* chunkRank = RankSlot(chunk);
+  uint32_t* hintRank = RankSlot(hint);
+  if (chunkRank == 0 || hintRank == 0 || *chunkRank == 0 || *hintRank == 0) {
+    m_firstFreeHint[index] = 0;
+  } else if (*chunkRank < *hintRank) {
+    m_firstFreeHint[index] = chunk;
   }
 }
 
 template <class SegmentHeap, class OverflowHeap>
 void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::Release(void* pointer) {
   ChunkHeader* chunk = ChunkOf(pointer);
+  // Read apart: one wide load of both fields would wait for the two
+  // narrower stores that just wrote them.
+  uint16_t usedBlocks = chunk->usedBlocks;
+  uint32_t blockSize = chunk->blockSize;
   // A late second release of a block whose chunk is already free again.
-  if (chunk->usedBlocks == 0 && chunk->blockSize == 0) {
+  if (QD_UNLIKELY(usedBlocks == 0) && blockSize == 0) {
     return;
   }
-  SetNextFreeBlock(pointer, chunk->freeBlocks);
+  void* firstFree = chunk->freeBlocks;
+  if (chunk == m_carvedChunk) {
+    // Only the block just in front of the free list (the last one while the
+    // chunk is full) comes back to the place carving gave it.
+    void* expected =
+        firstFree != 0 ? static_cast<unsigned char*>(firstFree) - m_carvedBlockSize : m_carvedLast;
+    if (pointer != expected) {
+      m_carvedChunk = 0;
+    }
+  }
+  SetNextFreeBlock(pointer, firstFree);
   chunk->freeBlocks = pointer;
-  --chunk->usedBlocks;
-  if (QD_LIKELY(chunk->usedBlocks != 0) || chunk->blockSize == 0) {
+  --usedBlocks;
+  chunk->usedBlocks = usedBlocks;
+  size_t index = ClassIndex(blockSize);
+  if (QD_UNLIKELY(firstFree == 0) && blockSize != 0) {
+    HintAfterFullChunkGotABlock(index, chunk);
+  }
+  if (QD_LIKELY(usedBlocks != 0) || blockSize == 0) {
     return;
   }
+  ReturnChunk(chunk, index);
+}
 
-  // The chunk is empty: it leaves its class at once.
+// The chunk is empty: it leaves its class at once for the front of the free
+// chunk list.
+template <class SegmentHeap, class OverflowHeap>
+void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::ReturnChunk(ChunkHeader* chunk,
+                                                                      size_t index) {
   if (chunk->prevChunk != 0) {
     chunk->prevChunk->nextChunk = chunk->nextChunk;
     if (chunk->nextChunk != 0) {
       chunk->nextChunk->prevChunk = chunk->prevChunk;
     }
   } else {
-    size_t index = ClassIndex(chunk->blockSize);
     if (index >= m_classCount || index >= m_classTableEntries) {
       return;
     }
@@ -375,6 +547,10 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::Release(void* pointer)
     if (chunk->nextChunk != 0) {
       chunk->nextChunk->prevChunk = 0;
     }
+  }
+  if (index < kHintedClasses && m_firstFreeHint[index] == chunk) {
+    // Every chunk ahead of it was full; its neighbour keeps that true.
+    m_firstFreeHint[index] = chunk->nextChunk != 0 ? chunk->nextChunk : chunk->prevChunk;
   }
   if (m_freeChunks != 0) {
     m_freeChunks->prevChunk = chunk;

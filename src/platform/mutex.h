@@ -11,7 +11,10 @@ enum MutexKind {
   // Default attributes: not recursive.
   kPlainMutex,
   // The platform's recursive type (PTHREAD_MUTEX_RECURSIVE, value 2 on QNX).
-  kRecursiveMutex
+  kRecursiveMutex,
+  // Not recursive, set explicitly (PTHREAD_MUTEX_NORMAL): the cheapest lock,
+  // for a mutex that no path takes twice on one thread.
+  kNormalMutex
 };
 
 // Initialises mutex as kind. Results are not checked: a failed mutex call has
@@ -23,7 +26,8 @@ inline void InitMutex(pthread_mutex_t* mutex, MutexKind kind) {
   }
   pthread_mutexattr_t attributes;
   pthread_mutexattr_init(&attributes);
-  pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+  pthread_mutexattr_settype(&attributes,
+                            kind == kNormalMutex ? PTHREAD_MUTEX_NORMAL : PTHREAD_MUTEX_RECURSIVE);
   pthread_mutex_init(mutex, &attributes);
   pthread_mutexattr_destroy(&attributes);
 }

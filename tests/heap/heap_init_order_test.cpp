@@ -111,11 +111,14 @@ TEST_F(HeapInitOrderTest, EntryCalledWhileTheMemFileIsReadBuildsTheDefaultPool) 
   EXPECT_EQ(pool.ChunkSize(), 2048u);
   EXPECT_EQ(pool.MaxBlockSize(), 1024u);
   EXPECT_EQ(pool.ClassTableEntries(), 1u);
-  EXPECT_EQ(pool.SegmentBytes(), 16u);
+  // One 16-byte chunk fits only when malloc's block happens to be 16-aligned
+  // (8 is all 32-bit ARM promises); a misaligned one loses its only chunk.
+  const uint32_t expectedBytes = reinterpret_cast<uintptr_t>(pool.Segment()) % 16 == 0 ? 16u : 0u;
+  EXPECT_EQ(pool.SegmentBytes(), expectedBytes);
   ASSERT_NE(inner, nullptr);
   EXPECT_FALSE(pool.Owns(inner));
 
-  // The 16-byte segment holds no 2048-byte chunk and the table no class
+  // The segment holds no 2048-byte chunk and the table no class
   // beyond the first, so everything goes to the extra heap, unharmed.
   void* small = QDHeapAlloc(8);
   void* larger = QDHeapAlloc(100);

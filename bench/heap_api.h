@@ -1,0 +1,29 @@
+// The two heaps every benchmark family runs against: the exported pool heap
+// and the C library's allocator (or whichever allocator is LD_PRELOADed).
+#ifndef QUENDAL_BENCH_HEAP_API_H
+#define QUENDAL_BENCH_HEAP_API_H
+
+#include <stddef.h>
+#include <stdlib.h>
+
+#include "quendal/heap.h"
+
+namespace QuendalBench {
+
+struct PoolHeap {
+  static constexpr const char* kName = "QD";
+  static void* Alloc(size_t size) { return QDHeapAlloc(size); }
+  static void* ReAlloc(void* pointer, size_t size) { return QDHeapReAlloc(pointer, size); }
+  static void Free(void* pointer) { QDHeapFree(pointer); }
+};
+
+struct CHeap {
+  static constexpr const char* kName = "malloc";
+  static void* Alloc(size_t size) { return malloc(size); }
+  static void* ReAlloc(void* pointer, size_t size) { return realloc(pointer, size); }
+  static void Free(void* pointer) { free(pointer); }
+};
+
+}  // namespace QuendalBench
+
+#endif
