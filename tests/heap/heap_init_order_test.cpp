@@ -38,11 +38,13 @@ void Record(const std::string& event) {
 // The library is linked statically into this program, so its calls of these
 // two functions land here first and go on to the C library's. The heap's
 // lock is the only mutex the library creates with a type of its own.
+// Sanitizer runtimes create keys while they start, before dlsym can be
+// used, so the key goes straight to glibc's own entry.
+extern "C" int __pthread_key_create(pthread_key_t* key, void (*destructor)(void*));
+
 extern "C" int pthread_key_create(pthread_key_t* key, void (*destructor)(void*)) {
-  typedef int (*Function)(pthread_key_t*, void (*)(void*));
-  static Function next = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pthread_key_create"));
   Record("thread key");
-  return next(key, destructor);
+  return __pthread_key_create(key, destructor);
 }
 
 extern "C" int pthread_mutexattr_settype(pthread_mutexattr_t* attributes, int type) throw() {
