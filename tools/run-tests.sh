@@ -7,14 +7,15 @@ set -u -o pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 
-all_configurations=(default cxx03)
+all_configurations=(default cxx03 asan tsan i386 armhf coverage tidy fuzz)
 if [ $# -gt 0 ]; then
   configurations=("$@")
 else
   configurations=("${all_configurations[@]}")
 fi
 
-jobs=$(nproc 2>/dev/null || echo 2)
+# CI machines have two cores; more jobs only add memory pressure.
+jobs=${QUENDAL_JOBS:-2}
 
 # Installs the Debian packages a configuration needs when they are missing.
 need_packages() {
@@ -34,7 +35,24 @@ need_packages() {
   fi
 }
 
-need_packages cmake g++ libgtest-dev libgmock-dev pkg-config
+# Packages each configuration needs beyond the common ones. g++-multilib is
+# avoided on purpose: it removes the ARM cross compiler.
+packages_for() {
+  case $1 in
+    i386) echo "g++-i686-linux-gnu qemu-user googletest" ;;
+    armhf) echo "g++-arm-linux-gnueabihf qemu-user googletest" ;;
+    coverage) echo "gcovr" ;;
+    tidy) echo "clang-tidy" ;;
+    fuzz) echo "clang" ;;
+  esac
+}
+
+common_packages="cmake g++ libgtest-dev libgmock-dev googletest pkg-config"
+wanted=()
+for name in "${configurations[@]}"; do
+  wanted+=($(packages_for "$name"))
+done
+need_packages $common_packages "${wanted[@]}"
 
 total_passed=0
 total_failed=0
@@ -60,28 +78,79 @@ run_ctest() {
   summaries+=("$name: $passed passed, $failed failed")
 }
 
-for name in "${configurations[@]}"; do
-  echo "== $name"
+# Configures and builds a preset; false (with a summary line) on failure.
+build_preset() {
+  local name=$1
   if ! cmake --preset "$name" >"/tmp/quendal-configure-$name.log" 2>&1; then
     cat "/tmp/quendal-configure-$name.log"
     summaries+=("$name: configure failed")
     total_failed=$((total_failed + 1))
-    continue
+    return 1
   fi
   if ! cmake --build --preset "$name" -j "$jobs" >"build/$name/build.log" 2>&1; then
     grep -E "error|Error" "build/$name/build.log" | head -40
     summaries+=("$name: build failed")
     total_failed=$((total_failed + 1))
-    continue
+    return 1
   fi
+}
+
+# Runs a figure-printing tool; its last line is the summary.
+run_tool() {
+  local name=$1
+  shift
+  local log="build/$name.log"
+  mkdir -p build
+  "$@" 2>&1 | tee "$log"
+  local status=${PIPESTATUS[0]}
+  # The tool's own figure lines ("<name>: ..." or "<name> <part>: ..."),
+  # joined; its last line when it printed none.
+  local figures
+  figures=$(grep -E "^$name[ :]" "$log" | sed -E "s/^$name:? ?//" | paste -sd ';' - | sed 's/;/; /g')
+  if [ -z "$figures" ]; then
+    figures=$(tail -1 "$log")
+  fi
+  if [ "$status" -eq 0 ]; then
+    total_passed=$((total_passed + 1))
+    summaries+=("$name: $figures")
+  else
+    total_failed=$((total_failed + 1))
+    summaries+=("$name: FAILED ($figures)")
+  fi
+}
+
+for name in "${configurations[@]}"; do
+  echo "== $name"
+  start=$SECONDS
   case $name in
     cxx03)
-      summaries+=("$name: library built as C++03 with warnings as errors")
+      build_preset "$name" && summaries+=("$name: library built as C++03 with warnings as errors")
+      ;;
+    coverage)
+      # Counters from an earlier run would inflate the figures.
+      if [ -d build/coverage ]; then
+        find build/coverage -name '*.gcda' -delete
+      fi
+      build_preset "$name" && run_ctest "$name" && run_tool coverage bash tools/coverage.sh build/coverage
+      ;;
+    tidy)
+      if [ ! -f build/default/compile_commands.json ]; then
+        cmake --preset default >/tmp/quendal-configure-default.log 2>&1
+      fi
+      run_tool tidy bash tools/clang-tidy.sh build/default
+      ;;
+    fuzz)
+      if [ -f tools/run-fuzzers.sh ]; then
+        run_tool fuzz bash tools/run-fuzzers.sh "${QUENDAL_FUZZ_SECONDS:-20}"
+      else
+        summaries+=("fuzz: tools/run-fuzzers.sh not present, skipped")
+      fi
       ;;
     *)
-      run_ctest "$name"
+      build_preset "$name" && run_ctest "$name"
       ;;
   esac
+  echo "== $name took $((SECONDS - start)) s"
 done
 
 echo

@@ -6,6 +6,14 @@ foreach(variable BUILD_DIR SOURCE_DIR WORK_DIR FIND_WITH)
   endif()
 endforeach()
 
+# Optional: CONSUMER_CMAKE_ARGS for the consumer's configure step and
+# EMULATOR to run it with, for cross and sanitized builds.
+set(CONSUMER_CMAKE_ARGS)
+set(EMULATOR)
+if(DEFINED SETTINGS)
+  include("${SETTINGS}")
+endif()
+
 file(REMOVE_RECURSE "${WORK_DIR}")
 set(prefix "${WORK_DIR}/prefix")
 
@@ -26,11 +34,12 @@ if(FIND_WITH STREQUAL "pkg-config")
   set(environment ${CMAKE_COMMAND} -E env "PKG_CONFIG_PATH=${pc_path}")
 endif()
 run(${environment} ${CMAKE_COMMAND} -S "${SOURCE_DIR}" -B "${WORK_DIR}/build"
-    "-DCMAKE_PREFIX_PATH=${prefix}" "-DQUENDAL_FIND_WITH=${FIND_WITH}")
+    "-DCMAKE_PREFIX_PATH=${prefix}" "-DQUENDAL_FIND_WITH=${FIND_WITH}" ${CONSUMER_CMAKE_ARGS})
 run(${CMAKE_COMMAND} --build "${WORK_DIR}/build")
 file(GLOB library_dirs "${prefix}/lib*" "${prefix}/lib/*")
 list(JOIN library_dirs ":" library_path)
-run(${CMAKE_COMMAND} -E env "LD_LIBRARY_PATH=${library_path}" "${WORK_DIR}/build/consumer")
+run(${CMAKE_COMMAND} -E env "LD_LIBRARY_PATH=${library_path}" ${EMULATOR}
+    "${WORK_DIR}/build/consumer")
 if(NOT last_output MATCHES "installed libQuendal works \\(module 1\\)")
   message(FATAL_ERROR "unexpected output: ${last_output}")
 endif()

@@ -25,8 +25,10 @@ foreach(line IN LISTS nm_lines)
   # "<address> <type> <demangled name>"; the name may contain spaces.
   if(line MATCHES "^[0-9a-fA-F]+ [A-Za-z] (.+)$")
     set(name "${CMAKE_MATCH_1}")
-    # AddressSanitizer adds one __odr_asan.<name> per exported variable.
-    if(NOT name IN_LIST linker_names AND NOT name MATCHES "^__odr_asan")
+    # Instrumented builds add runtime names: AddressSanitizer one
+    # __odr_asan.<name> per exported variable, gcov its __gcov_* state and
+    # mangle_path.
+    if(NOT name IN_LIST linker_names AND NOT name MATCHES "^(__odr_asan|__gcov_|mangle_path$)")
       list(APPEND exported "${name}")
     endif()
   endif()

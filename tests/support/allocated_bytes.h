@@ -17,8 +17,10 @@
 #define QUENDAL_TEST_SANITIZED_ALLOCATOR 1
 #endif
 
+// Declared here rather than through <sanitizer/...> headers, which GCC's
+// Debian packages do not ship.
 #ifdef QUENDAL_TEST_SANITIZED_ALLOCATOR
-#include <sanitizer/allocator_interface.h>
+extern "C" size_t __sanitizer_get_current_allocated_bytes(void);
 #endif
 #if defined(__SANITIZE_ADDRESS__)
 #define QUENDAL_TEST_LEAK_CHECKED 1
@@ -28,7 +30,8 @@
 #endif
 #endif
 #ifdef QUENDAL_TEST_LEAK_CHECKED
-#include <sanitizer/lsan_interface.h>
+extern "C" void __lsan_disable(void);
+extern "C" void __lsan_enable(void);
 #endif
 
 namespace QuendalTest {

@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
+#include <sstream>
 
 extern char** environ;
 
@@ -22,7 +24,14 @@ ProgramResult RunProgram(const std::string& path, const std::vector<std::string>
   posix_spawn_file_actions_addclose(&actions, pipeEnds[0]);
   posix_spawn_file_actions_addclose(&actions, pipeEnds[1]);
 
+  // Cross builds run their programs under an emulator, named by the test
+  // environment as words separated by spaces.
   std::vector<std::string> argvStrings;
+  const char* emulator = getenv("QUENDAL_TEST_EMULATOR");
+  std::istringstream emulatorWords(emulator != nullptr ? emulator : "");
+  for (std::string word; emulatorWords >> word;) {
+    argvStrings.push_back(word);
+  }
   argvStrings.push_back(path);
   argvStrings.insert(argvStrings.end(), arguments.begin(), arguments.end());
   std::vector<char*> argv;
@@ -32,7 +41,7 @@ ProgramResult RunProgram(const std::string& path, const std::vector<std::string>
   argv.push_back(nullptr);
 
   pid_t child = 0;
-  int spawned = posix_spawn(&child, path.c_str(), &actions, nullptr, argv.data(), environ);
+  int spawned = posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   close(pipeEnds[1]);
   if (spawned != 0) {
