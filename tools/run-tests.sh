@@ -7,7 +7,7 @@ set -u -o pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 
-all_configurations=(default cxx03 asan tsan i386 armhf coverage tidy fuzz)
+all_configurations=(format default cxx03 asan tsan i386 armhf coverage tidy fuzz)
 if [ $# -gt 0 ]; then
   configurations=("$@")
 else
@@ -43,6 +43,7 @@ packages_for() {
     armhf) echo "g++-arm-linux-gnueabihf qemu-user googletest" ;;
     coverage) echo "gcovr" ;;
     tidy) echo "clang-tidy" ;;
+    format) echo "clang-format git" ;;
     fuzz) echo "clang" ;;
   esac
 }
@@ -132,6 +133,9 @@ for name in "${configurations[@]}"; do
         find build/coverage -name '*.gcda' -delete
       fi
       build_preset "$name" && run_ctest "$name" && run_tool coverage bash tools/coverage.sh build/coverage
+      ;;
+    format)
+      run_tool format bash tools/check-format.sh
       ;;
     tidy)
       if [ ! -f build/default/compile_commands.json ]; then

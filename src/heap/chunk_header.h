@@ -29,19 +29,26 @@ struct ChunkHeader {
 // Blocks start behind the header padded to the fundamental alignment, so a
 // block is aligned for any type that fits in it: 24 bytes on 32-bit ARM, 32
 // on i386, 48 on x86-64.
-static const size_t kChunkHeaderSize = (sizeof(ChunkHeader) + kMaxAlign - 1) / kMaxAlign * kMaxAlign;
+static const size_t kChunkHeaderSize =
+    (sizeof(ChunkHeader) + kMaxAlign - 1) / kMaxAlign * kMaxAlign;
 
 // The chunk header at a chunk-aligned address.
-inline ChunkHeader* ChunkAt(uintptr_t address) { return reinterpret_cast<ChunkHeader*>(address); }
+inline ChunkHeader* ChunkAt(uintptr_t address) {
+  return reinterpret_cast<ChunkHeader*>(address);
+}
 
 inline void* FirstBlock(ChunkHeader* chunk) {
   return reinterpret_cast<unsigned char*>(chunk) + kChunkHeaderSize;
 }
 
 // A free block's link to the next free block of its chunk.
-inline void* NextFreeBlock(void* block) { return *static_cast<void**>(block); }
+inline void* NextFreeBlock(void* block) {
+  return *static_cast<void**>(block);
+}
 
-inline void SetNextFreeBlock(void* block, void* next) { *static_cast<void**>(block) = next; }
+inline void SetNextFreeBlock(void* block, void* next) {
+  *static_cast<void**>(block) = next;
+}
 
 }  // namespace Heap
 }  // namespace Quendal

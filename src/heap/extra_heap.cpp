@@ -1,7 +1,7 @@
 #include "quendal/extra_heap.h"
 
-#include <new>
 #include <stdlib.h>
+#include <new>
 
 #include "util/max_align.h"
 
@@ -28,7 +28,9 @@ bool ExtraHeap::CreateInstance() {
   return true;
 }
 
-ExtraHeap* ExtraHeap::GetInstance() { return m_instance; }
+ExtraHeap* ExtraHeap::GetInstance() {
+  return m_instance;
+}
 
 void ExtraHeap::ReleaseInstance() {
   if (m_instance == 0) {
@@ -44,12 +46,20 @@ void ExtraHeap::Configure(unsigned long initialSize, unsigned long maxSize) {
   m_maxSize = maxSize;
 }
 
-void* ExtraHeap::Alloc(unsigned long size) { return malloc(size); }
+void* ExtraHeap::Alloc(unsigned long size) {
+  return malloc(size);
+}
 
-void* ExtraHeap::ReAlloc(void* p, unsigned long size) { return realloc(p, size); }
+void* ExtraHeap::ReAlloc(void* p, unsigned long size) {
+  return realloc(p, size);
+}
 
-void ExtraHeap::Free(void* p) { free(p); }
+void ExtraHeap::Free(void* p) {
+  free(p);
+}
 
-bool ExtraHeap::Size(void*, unsigned long*) { return false; }
+bool ExtraHeap::Size(void*, unsigned long*) {
+  return false;
+}
 
 void ExtraHeap::Compact() {}

@@ -4,8 +4,8 @@
 #include "quendal/heap.h"
 #include "util/compiler.h"
 
-using Quendal::Heap::TheHeap;
 using Quendal::Heap::initNeeded;
+using Quendal::Heap::TheHeap;
 
 extern "C" void* QDHeapAlloc(size_t size) QD_NOTHROW {
   if (QD_UNLIKELY(initNeeded)) {

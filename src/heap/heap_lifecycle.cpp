@@ -43,7 +43,9 @@ extern "C" int QDHeapDeInit(void) QD_NOTHROW {
   return 1;
 }
 
-extern "C" size_t QDHeapTotalSize(void) QD_NOTHROW { return 0; }
+extern "C" size_t QDHeapTotalSize(void) QD_NOTHROW {
+  return 0;
+}
 
 // The library's termination routine: runs when the library is unloaded or
 // the process ends, after the exit handlers registered before it.

@@ -4,8 +4,8 @@
 #ifndef QUENDAL_HEAP_SINGLETON_ALLOCATOR_H
 #define QUENDAL_HEAP_SINGLETON_ALLOCATOR_H
 
-#include <new>
 #include <stdint.h>
+#include <new>
 
 #include "util/compiler.h"
 #include "util/max_align.h"

@@ -14,7 +14,9 @@ inline size_t ClassSize(size_t size) {
   return (size & ~(kClassGranule - 1)) + ((size & (kClassGranule - 1)) != 0 ? kClassGranule : 0);
 }
 
-inline size_t ClassIndex(size_t classSize) { return classSize / kClassGranule - 1; }
+inline size_t ClassIndex(size_t classSize) {
+  return classSize / kClassGranule - 1;
+}
 
 }  // namespace Heap
 }  // namespace Quendal

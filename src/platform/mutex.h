@@ -32,11 +32,17 @@ inline void InitMutex(pthread_mutex_t* mutex, MutexKind kind) {
   pthread_mutexattr_destroy(&attributes);
 }
 
-inline void LockMutex(pthread_mutex_t* mutex) { pthread_mutex_lock(mutex); }
+inline void LockMutex(pthread_mutex_t* mutex) {
+  pthread_mutex_lock(mutex);
+}
 
-inline void UnlockMutex(pthread_mutex_t* mutex) { pthread_mutex_unlock(mutex); }
+inline void UnlockMutex(pthread_mutex_t* mutex) {
+  pthread_mutex_unlock(mutex);
+}
 
-inline void DestroyMutex(pthread_mutex_t* mutex) { pthread_mutex_destroy(mutex); }
+inline void DestroyMutex(pthread_mutex_t* mutex) {
+  pthread_mutex_destroy(mutex);
+}
 
 // A mutex of a fixed kind that is never destroyed: the heap's lock must stay
 // usable by allocations made while the process tears down.

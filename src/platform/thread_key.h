@@ -10,13 +10,21 @@ namespace Platform {
 typedef pthread_key_t ThreadKey;
 
 // Creates a key whose slots start null in every thread and have no destructor.
-inline void CreateThreadKey(ThreadKey* key) { pthread_key_create(key, 0); }
+inline void CreateThreadKey(ThreadKey* key) {
+  pthread_key_create(key, 0);
+}
 
-inline void DeleteThreadKey(ThreadKey key) { pthread_key_delete(key); }
+inline void DeleteThreadKey(ThreadKey key) {
+  pthread_key_delete(key);
+}
 
-inline void SetThreadValue(ThreadKey key, const void* value) { pthread_setspecific(key, value); }
+inline void SetThreadValue(ThreadKey key, const void* value) {
+  pthread_setspecific(key, value);
+}
 
-inline void* GetThreadValue(ThreadKey key) { return pthread_getspecific(key); }
+inline void* GetThreadValue(ThreadKey key) {
+  return pthread_getspecific(key);
+}
 
 }  // namespace Platform
 }  // namespace Quendal

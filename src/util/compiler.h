@@ -18,7 +18,7 @@
 #define QD_CONCAT(a, b) QD_CONCAT_IMPL(a, b)
 
 // A compile-time check usable at namespace and class scope in C++03.
-#define QD_STATIC_ASSERT(condition) \
+#define QD_STATIC_ASSERT(condition)                                              \
   typedef char QD_CONCAT(quendal_static_assert_, __LINE__)[(condition) ? 1 : -1] \
       __attribute__((unused))
 

@@ -35,8 +35,8 @@ class ContainerTest : public ::testing::Test {
 };
 
 template <class Map, class Key, class Value>
-std::vector<std::pair<Key, Value>> Walk(Map& map) {
-  std::vector<std::pair<Key, Value>> entries;
+std::vector<std::pair<Key, Value> > Walk(Map& map) {
+  std::vector<std::pair<Key, Value> > entries;
   map.StartIteration();
   Key key;
   Value value;

@@ -30,7 +30,7 @@ std::string NameOf(int n) {
 
 TEST_F(ModuleRegistryThreadsTest, OverlappingConcurrentLookUpsGiveUniqueConsistentIds) {
   std::atomic<bool> go(false);
-  std::vector<std::map<std::string, unsigned short>> seen(kThreads);
+  std::vector<std::map<std::string, unsigned short> > seen(kThreads);
   std::vector<ModuleRegistry<Mutex>*> registries(kThreads);
   std::vector<std::thread> threads;
   for (int t = 0; t < kThreads; ++t) {

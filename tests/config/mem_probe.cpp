@@ -16,8 +16,6 @@
 
 namespace {
 
-const int kUnavailable = 77;
-
 void PrintConfig() {
   unsigned int chunks = 0;
   unsigned int chunkSize = 0;
@@ -30,7 +28,6 @@ void PrintConfig() {
 }
 
 int PrintPoolRun() {
-#if defined(QUENDAL_PROBE_WITH_HEAP)
   const int kBlocks = 12;
   void* blocks[kBlocks];
   for (int i = 0; i < kBlocks; ++i) {
@@ -47,10 +44,6 @@ int PrintPoolRun() {
     QDHeapFree(blocks[i]);
   }
   return 0;
-#else
-  printf("pool unavailable\n");
-  return kUnavailable;
-#endif
 }
 
 char* g_storedKey = nullptr;

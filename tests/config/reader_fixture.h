@@ -16,7 +16,7 @@
 
 namespace QuendalTest {
 
-typedef std::multiset<std::pair<std::string, unsigned long>> Entries;
+typedef std::multiset<std::pair<std::string, unsigned long> > Entries;
 
 class ReaderTest : public ::testing::Test {
  protected:
@@ -77,7 +77,7 @@ class ReaderTest : public ::testing::Test {
   unsigned int segSize = 0;
 };
 
-inline Entries MakeEntries(std::initializer_list<std::pair<std::string, unsigned long>> list) {
+inline Entries MakeEntries(std::initializer_list<std::pair<std::string, unsigned long> > list) {
   return Entries(list.begin(), list.end());
 }
 

@@ -103,7 +103,7 @@ class PoolModel {
   std::vector<Chunk> m_chunks;
   // Chunk indices, list head first.
   std::deque<size_t> m_freeList;
-  std::vector<std::deque<size_t>> m_classLists;
+  std::vector<std::deque<size_t> > m_classLists;
 };
 
 }  // namespace QuendalFuzz

@@ -11,7 +11,9 @@ namespace {
 
 using QuendalTest::AllocatedBytes;
 
-TEST(ExtraHeapTest, NoInstanceBeforeCreation) { EXPECT_EQ(ExtraHeap::GetInstance(), nullptr); }
+TEST(ExtraHeapTest, NoInstanceBeforeCreation) {
+  EXPECT_EQ(ExtraHeap::GetInstance(), nullptr);
+}
 
 TEST(ExtraHeapTest, SecondCreateInstanceKeepsTheSameInstance) {
   EXPECT_TRUE(ExtraHeap::CreateInstance());

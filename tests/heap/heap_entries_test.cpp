@@ -20,7 +20,9 @@ using Quendal::Heap::initNeeded;
 using Quendal::Heap::Pool;
 using Quendal::Heap::TheHeap;
 
-Pool& ThePool() { return TheHeap::getInstance(false)->GetPool(); }
+Pool& ThePool() {
+  return TheHeap::getInstance(false)->GetPool();
+}
 
 void ExpectInitialised() {
   EXPECT_EQ(initNeeded, 0);

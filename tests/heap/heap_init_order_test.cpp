@@ -49,8 +49,7 @@ extern "C" int pthread_key_create(pthread_key_t* key, void (*destructor)(void*))
 
 extern "C" int pthread_mutexattr_settype(pthread_mutexattr_t* attributes, int type) throw() {
   typedef int (*Function)(pthread_mutexattr_t*, int);
-  static Function next =
-      reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pthread_mutexattr_settype"));
+  static Function next = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pthread_mutexattr_settype"));
   Record("typed mutex");
   return next(attributes, type);
 }

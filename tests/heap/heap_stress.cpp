@@ -63,8 +63,7 @@ bool Verify(Worker& worker, const Block& block, size_t bytes, const char* when) 
     if (block.data[offset] != PatternByte(worker.index, block.serial, offset)) {
       ++worker.corruptions;
       fprintf(stderr, "thread %d: block %p (serial %u, %zu bytes) corrupt at byte %zu %s\n",
-              worker.index, static_cast<void*>(block.data), block.serial, block.size, offset,
-              when);
+              worker.index, static_cast<void*>(block.data), block.serial, block.size, offset, when);
       return false;
     }
   }
@@ -77,8 +76,8 @@ void* Run(void* argument) {
   std::uniform_int_distribution<size_t> sizes(1, 2100);
   std::vector<Block> live;
   uint32_t serial = 0;
-  auto deadline = std::chrono::steady_clock::now() +
-                  std::chrono::duration<double>(worker.options.seconds);
+  auto deadline =
+      std::chrono::steady_clock::now() + std::chrono::duration<double>(worker.options.seconds);
   bool timed = worker.options.seconds > 0;
   for (;;) {
     if (timed ? ((worker.operations & 1023) == 0 && std::chrono::steady_clock::now() >= deadline)
@@ -158,8 +157,7 @@ bool ParseArguments(int argc, char** argv, Options& options) {
 int main(int argc, char** argv) {
   Options options;
   if (!ParseArguments(argc, argv, options)) {
-    fprintf(stderr,
-            "usage: %s [--threads N] [--seconds S | --operations N] [--seed N] [--smoke]\n",
+    fprintf(stderr, "usage: %s [--threads N] [--seconds S | --operations N] [--seed N] [--smoke]\n",
             argv[0]);
     return 2;
   }

@@ -44,8 +44,7 @@ template <class Pool>
     } else {
       size_t capacity = (chunk->chunkBytes - kChunkHeaderSize) / blockSize;
       size_t freeCount = 0;
-      for (void* block = chunk->freeBlocks; block != nullptr;
-           block = *static_cast<void**>(block)) {
+      for (void* block = chunk->freeBlocks; block != nullptr; block = *static_cast<void**>(block)) {
         uintptr_t offset = reinterpret_cast<uintptr_t>(block) - address;
         if (offset < kChunkHeaderSize || (offset - kChunkHeaderSize) % blockSize != 0 ||
             (offset - kChunkHeaderSize) / blockSize >= capacity) {
@@ -78,8 +77,8 @@ template <class Pool>
     return result;
   }
   size_t freeListed = seen.size();
-  uint32_t classes = pool.ClassCount() < pool.ClassTableEntries() ? pool.ClassCount()
-                                                                   : pool.ClassTableEntries();
+  uint32_t classes =
+      pool.ClassCount() < pool.ClassTableEntries() ? pool.ClassCount() : pool.ClassTableEntries();
   for (uint32_t index = 0; index < classes; ++index) {
     result = CheckList(pool, pool.ClassChunk(index), (index + 1) * 8, seen);
     if (!result) {
@@ -97,8 +96,8 @@ template <class Pool>
   // The free count starts at CHUNKS even when alignment cost a chunk.
   size_t missing = pool.ChunkCount() - built;
   if (pool.FreeChunkCount() != freeListed + missing) {
-    return ::testing::AssertionFailure() << "free chunk count " << pool.FreeChunkCount()
-                                         << " but " << freeListed << " chunks on the free list";
+    return ::testing::AssertionFailure() << "free chunk count " << pool.FreeChunkCount() << " but "
+                                         << freeListed << " chunks on the free list";
   }
   return ::testing::AssertionSuccess();
 }

@@ -44,7 +44,9 @@ void* ScriptedSegmentHeap::Alloc(size_t size) {
   return segment;
 }
 
-void ScriptedSegmentHeap::Free(void* pointer) { released.push_back(pointer); }
+void ScriptedSegmentHeap::Free(void* pointer) {
+  released.push_back(pointer);
+}
 
 void* ScriptedSegmentHeap::ReAlloc(void*, size_t) {
   std::fprintf(stderr, "the pool never reallocates its segment\n");

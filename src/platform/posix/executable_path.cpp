@@ -5,7 +5,9 @@
 namespace Quendal {
 namespace Platform {
 
-long MaxPathLength() { return pathconf("/", _PC_PATH_MAX); }
+long MaxPathLength() {
+  return pathconf("/", _PC_PATH_MAX);
+}
 
 char* CommandName(char* buffer, size_t size) {
   if (buffer == 0 || size < 2) {

@@ -7,7 +7,9 @@
 namespace Quendal {
 namespace Platform {
 
-long MaxPathLength() { return pathconf("/", _PC_PATH_MAX); }
+long MaxPathLength() {
+  return pathconf("/", _PC_PATH_MAX);
+}
 
 char* CommandName(char* buffer, size_t size) {
   // _cmdname writes up to PATH_MAX bytes; the caller sizes buffer by
