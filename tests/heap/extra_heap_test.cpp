@@ -116,4 +116,20 @@ TEST(ExtraHeapEntriesTest, EntriesWorkAfterDeInitWithoutAnInstance) {
   EXPECT_EQ(ExtraHeap::GetInstance(), nullptr);
 }
 
+// After QDHeapDeInit nothing re-creates the instance (initNeeded stays 0),
+// yet the pool's overflow keeps working: it goes to the C library directly.
+TEST(ExtraHeapEntriesTest, HeapOverflowWorksAfterDeInitWithoutAnInstance) {
+  QDHeapInit();
+  QDHeapDeInit();
+  ASSERT_EQ(ExtraHeap::GetInstance(), nullptr);
+  char* large = static_cast<char*>(QDHeapAlloc(4096));
+  ASSERT_NE(large, nullptr);
+  memset(large, 7, 4096);
+  large = static_cast<char*>(QDHeapReAlloc(large, 8192));
+  ASSERT_NE(large, nullptr);
+  EXPECT_EQ(large[4095], 7);
+  QDHeapFree(large);
+  EXPECT_EQ(ExtraHeap::GetInstance(), nullptr);
+}
+
 }  // namespace
