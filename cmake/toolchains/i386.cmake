@@ -4,22 +4,9 @@
 # (libc6-i386 in /lib32, listed in its loader cache); the programs name the
 # cross loader and search the cross libraries first so that those are never
 # mixed in.
-set(CMAKE_SYSTEM_NAME Linux)
-set(CMAKE_SYSTEM_PROCESSOR i686)
-
 set(quendal_target_triple i686-linux-gnu)
-set(CMAKE_C_COMPILER ${quendal_target_triple}-gcc)
-set(CMAKE_CXX_COMPILER ${quendal_target_triple}-g++)
-
-set(CMAKE_FIND_ROOT_PATH /usr/${quendal_target_triple})
-# Programs from the host, the rest from the target's root unless the caller
-# widens the search (the package tests do, to find an installed copy).
-set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
-foreach(kind LIBRARY INCLUDE PACKAGE)
-  if(NOT DEFINED CMAKE_FIND_ROOT_PATH_MODE_${kind})
-    set(CMAKE_FIND_ROOT_PATH_MODE_${kind} ONLY)
-  endif()
-endforeach()
+include(${CMAKE_CURRENT_LIST_DIR}/debian-cross.cmake)
+set(CMAKE_SYSTEM_PROCESSOR i686)
 
 set(quendal_target_libdir /usr/${quendal_target_triple}/lib)
 string(APPEND CMAKE_EXE_LINKER_FLAGS_INIT

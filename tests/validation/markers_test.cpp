@@ -10,10 +10,8 @@ namespace {
 
 using quendal_test::GuardedBlock;
 
-TEST(WriteMarkers, LaysOutLengthStartMarkerControlByteAndEndMarker) {
-  GuardedBlock b(64);
-  ASSERT_TRUE(QDValidation::write_markers(b.block(), 64));
-  EXPECT_EQ(64u, b.StoredLength());
+// Start marker, control byte and end marker of a 64-byte block.
+void ExpectMarkersOf64ByteBlock(GuardedBlock& b) {
   EXPECT_EQ(0xFF, b[4]);
   EXPECT_EQ(0x00, b[5]);
   EXPECT_EQ(0xFF, b[6]);
@@ -22,6 +20,13 @@ TEST(WriteMarkers, LaysOutLengthStartMarkerControlByteAndEndMarker) {
   EXPECT_EQ(0xFF, b[61]);
   EXPECT_EQ(0xFF, b[62]);
   EXPECT_EQ(0x00, b[63]);
+}
+
+TEST(WriteMarkers, LaysOutLengthStartMarkerControlByteAndEndMarker) {
+  GuardedBlock b(64);
+  ASSERT_TRUE(QDValidation::write_markers(b.block(), 64));
+  EXPECT_EQ(64u, b.StoredLength());
+  ExpectMarkersOf64ByteBlock(b);
 }
 
 TEST(WriteMarkers, StoresTheLengthInHostByteOrder) {
@@ -134,14 +139,7 @@ TEST(MarkPointerAsDeleted, ZeroesOnlyTheLengthField) {
   ASSERT_TRUE(QDValidation::write_markers(b.block(), 64));
   ASSERT_TRUE(QDValidation::mark_pointer_as_deleted(b.block()));
   EXPECT_EQ(0u, b.StoredLength());
-  EXPECT_EQ(0xFF, b[4]);
-  EXPECT_EQ(0x00, b[5]);
-  EXPECT_EQ(0xFF, b[6]);
-  EXPECT_EQ(64, b[7]);
-  EXPECT_EQ(0x00, b[60]);
-  EXPECT_EQ(0xFF, b[61]);
-  EXPECT_EQ(0xFF, b[62]);
-  EXPECT_EQ(0x00, b[63]);
+  ExpectMarkersOf64ByteBlock(b);
   EXPECT_TRUE(b.Untouched(8, 60));
 }
 
