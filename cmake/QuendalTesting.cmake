@@ -20,7 +20,7 @@ include(GoogleTest)
 # One gtest binary per area; every TEST becomes its own CTest test, so each
 # runs in a process of its own (the library has process-global lazy state).
 function(quendal_add_gtest name)
-  cmake_parse_arguments(arg "NO_MAIN" "" "SOURCES;LIBRARIES;DEFINITIONS;ENVIRONMENT" ${ARGN})
+  cmake_parse_arguments(arg "NO_MAIN" "TEST_PREFIX" "SOURCES;LIBRARIES;DEFINITIONS;ENVIRONMENT" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   if(arg_NO_MAIN)
     target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gtest GTest::gmock)
@@ -37,5 +37,6 @@ function(quendal_add_gtest name)
     list(APPEND arg_ENVIRONMENT "QUENDAL_TEST_EMULATOR=${emulator}")
   endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+    TEST_PREFIX "${arg_TEST_PREFIX}"
     PROPERTIES TIMEOUT 300 ENVIRONMENT "${arg_ENVIRONMENT}")
 endfunction()

@@ -1,4 +1,5 @@
-// The pool chunk allocator, a class template over its backing heaps.
+// The pool chunk allocator, a class template over its backing heaps and its
+// shortcuts.
 //
 // SegmentHeap provides the one segment the pool carves; OverflowHeap serves
 // every request the pool does not (too large, pool exhausted, no segment) and
@@ -14,7 +15,15 @@
 // so the chunk of any pooled block is its address rounded down to a multiple
 // of the chunk size, and blocks carry no header. A chunk serves one 8-byte
 // class at a time and goes back to the free chunk list, last in first out,
-// when its last block is released. Not thread-safe: LockedAllocator adds the
+// when its last block is released. A request takes the first free block of
+// the first chunk of its class list that has one; a class whose chunks are
+// all full gets the first free chunk at its list's tail.
+//
+// Shortcuts (pool_shortcuts.h) change how the pool finds chunks and blocks,
+// never which ones it hands out: with NoPoolShortcuts this template is the
+// plain algorithm, and the tests run it in lockstep with the library's
+// AllPoolShortcuts. CheckPoolInvariants (pool_invariant_checker.h) checks the lists
+// and every shortcut's invariant. Not thread-safe: LockedAllocator adds the
 // lock.
 #ifndef QUENDAL_HEAP_POOL_CHUNK_ALLOCATOR_H
 #define QUENDAL_HEAP_POOL_CHUNK_ALLOCATOR_H
@@ -24,16 +33,26 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "heap/carve_record.h"
 #include "heap/chunk_header.h"
+#include "heap/deferred_chunk_return.h"
+#include "heap/first_free_index.h"
+#include "heap/lazy_chunk_building.h"
+#include "heap/pool_shortcuts.h"
 #include "heap/size_class.h"
 #include "util/compiler.h"
 
 namespace Quendal {
 namespace Heap {
 
-template <class SegmentHeap, class OverflowHeap>
+template <class Pool>
+const char* CheckPoolInvariants(const Pool& pool);
+
+template <class SegmentHeap, class OverflowHeap, class Shortcuts = AllPoolShortcuts>
 class ConfigPoolChunkAllocator {
  public:
+  typedef Shortcuts ShortcutSet;
+
   // The smallest working pool: one 16-byte chunk serving 8-byte requests.
   // Configure replaces these in every configured process.
   ConfigPoolChunkAllocator()
@@ -50,13 +69,11 @@ class ConfigPoolChunkAllocator {
         m_classCount(1),
         m_classTableEntries(0),
         m_pooledLimit(0),
+        m_fastLimit(0),
         m_chunkMask(0),
         m_chunkShift(0),
-        m_nextRank(1),
-        m_carvedChunk(0),
-        m_carvedLast(0),
-        m_carvedBlockSize(0) {
-    ForgetShortcuts();
+        m_laidOutChunks(0),
+        m_countedChunks(0) {
     UpdateGeometry();
   }
 
@@ -81,28 +98,30 @@ class ConfigPoolChunkAllocator {
     UpdateGeometry();
   }
 
-  // Takes the segment and builds the free chunk list in address order. Does
-  // nothing once a segment exists; a failed request leaves the pool as it was
-  // and the next allocation retries.
+  // Takes the segment and lays out the free chunk list in address order.
+  // Does nothing once a segment exists; a failed request leaves the pool as
+  // it was and the next allocation retries.
   void Initialize();
 
   // Returns a block of at least size (> 0) bytes: pool first, OverflowHeap
   // for everything the pool cannot serve; null only when OverflowHeap fails.
-  void* Alloc(size_t size) {
-    if (QD_UNLIKELY(m_classChunks == 0)) {
-      Initialize();
+  // The fast path: with the first-free index, the class's first chunk with a
+  // free block is at hand, and its first free block is popped inline.
+  QD_ALWAYS_INLINE void* Alloc(size_t size) {
+    if (Shortcuts::kFirstFreeIndex && QD_LIKELY(size - 1 < m_fastLimit)) {
+      size_t index = ClassIndex(ClassSize(size));
+      ChunkHeader* chunk = m_index.First(index);
+      if (QD_LIKELY(chunk != 0)) {
+        return TakeBlock(index, chunk);
+      }
     }
-    void* block = AllocFromClass(size);
-    if (QD_LIKELY(block != 0)) {
-      return block;
-    }
-    return OverflowHeap::Alloc(size);
+    return AllocOutOfLine(size);
   }
 
   // Takes back a non-null pointer: a block of the segment returns to its
   // chunk, any other pointer goes to OverflowHeap. While the class table is
   // absent (no segment yet) the release is dropped.
-  void Free(void* pointer) {
+  QD_ALWAYS_INLINE void Free(void* pointer) {
     if (QD_UNLIKELY(m_classChunks == 0)) {
       return;
     }
@@ -119,18 +138,41 @@ class ConfigPoolChunkAllocator {
   // every case.
   void* ReAlloc(void* pointer, size_t size);
 
-  // True when pointer lies inside the built part of the aligned segment.
+  // True when pointer lies inside the usable part of the aligned segment.
   bool Owns(const void* pointer) const {
     return m_segment != 0 &&
            reinterpret_cast<uintptr_t>(pointer) - m_alignedSegment < m_segmentBytes;
   }
 
+  // The class size of the pooled block at pointer, which the pool owns; 0
+  // when its chunk is free.
+  uint32_t BlockSizeOf(const void* pointer) const {
+    ChunkHeader* chunk = ChunkOf(pointer);
+    if (IsFreeChunk(chunk)) {
+      return 0;
+    }
+    return chunk->blockSize;
+  }
+
   uint8_t IsConfigured() const { return m_configured; }
 
-  // Read access for diagnostics and tests.
-  ChunkHeader* ClassChunk(size_t index) const { return m_classChunks[index]; }
+  // Read access for diagnostics and tests, as the lists read to a caller:
+  // a chunk whose return is deferred already heads the free chunk list, and
+  // chunks not yet built follow the chunks on it.
+  ChunkHeader* ClassChunk(size_t index) const {
+    ChunkHeader* head = m_classChunks[index];
+    return head != 0 && head == DeferredChunk() ? head->nextChunk : head;
+  }
   ChunkHeader** ClassTable() const { return m_classChunks; }
-  ChunkHeader* FreeChunks() const { return m_freeChunks; }
+  ChunkHeader* FreeChunks() const {
+    if (DeferredChunk() != 0) {
+      return DeferredChunk();
+    }
+    if (m_freeChunks == 0 && Shortcuts::kLazyBuilding && m_building.Unbuilt() != 0) {
+      return ChunkAt(m_building.Next());
+    }
+    return m_freeChunks;
+  }
   void* Segment() const { return m_segment; }
   uintptr_t AlignedSegment() const { return m_alignedSegment; }
   uint32_t SegmentBytes() const { return m_segmentBytes; }
@@ -148,37 +190,75 @@ class ConfigPoolChunkAllocator {
     return ChunkAt(address / m_chunkSize * m_chunkSize);
   }
 
+  // Writes every header a pool without shortcuts would hold: builds the
+  // chunks not yet built and settles a deferred return. Nothing a caller
+  // sees changes; tests call it before they read headers.
+  void Materialize();
+
  private:
+  template <class Pool>
+  friend const char* CheckPoolInvariants(const Pool& pool);
+
   ConfigPoolChunkAllocator(const ConfigPoolChunkAllocator&);
   ConfigPoolChunkAllocator& operator=(const ConfigPoolChunkAllocator&);
 
-  QD_ALWAYS_INLINE void* AllocFromClass(size_t size);
-  QD_NOINLINE void* AllocWalking(uint32_t blockSize, size_t index);
-  ChunkHeader* TakeFreeChunk(uint32_t blockSize);
+  QD_NOINLINE void* AllocOutOfLine(size_t size) {
+    if (QD_UNLIKELY(m_classChunks == 0)) {
+      Initialize();
+    }
+    void* block = AllocFromClass(size);
+    if (block != 0) {
+      return block;
+    }
+    return OverflowHeap::Alloc(size);
+  }
+  void* AllocFromClass(size_t size);
+  ChunkHeader* FirstChunkWithAFreeBlock(size_t index) const;
+  ChunkHeader* ClassTail(size_t index) const;
+  ChunkHeader* AssignFreeChunk(size_t index, uint32_t blockSize);
+  ChunkHeader* ReadoptDeferredChunk(uint32_t blockSize);
+  ChunkHeader* TakeFreeChunk();
+  void PushFreeChunk(ChunkHeader* chunk);
+  void AppendToClass(size_t index, ChunkHeader* chunk);
+  void UnlinkFromClass(size_t index, ChunkHeader* chunk);
+  void SettleDeferredChunk();
   void Carve(ChunkHeader* chunk, uint32_t blockSize);
+  QD_ALWAYS_INLINE void* TakeBlock(size_t index, ChunkHeader* chunk) {
+    void* block = chunk->freeBlocks;
+    void* next = NextFreeBlock(block);
+    chunk->freeBlocks = next;
+    ++chunk->usedBlocks;
+    if (QD_UNLIKELY(next == 0)) {
+      ChunkFilled(index);
+    }
+    return block;
+  }
+  QD_NOINLINE void ChunkFilled(size_t index) {
+    if (Indexed()) {
+      m_index.RemoveFirst(index);
+    }
+  }
+  QD_NOINLINE void ChunkGotAFreeBlock(size_t index, ChunkHeader* chunk) {
+    if (Indexed()) {
+      m_index.Insert(index, chunk);
+    }
+  }
   QD_ALWAYS_INLINE void Release(void* pointer);
   QD_NOINLINE void ReturnChunk(ChunkHeader* chunk, size_t index);
   void BuildChunks();
+  uint32_t BuildableChunks() const;
   void UpdateGeometry();
-  void ForgetShortcuts();
-  ChunkHeader* WalkStart(size_t index, ChunkHeader* head) const {
-    if (index < kHintedClasses && m_firstFreeHint[index] != 0) {
-      return m_firstFreeHint[index];
+
+  bool Indexed() const { return Shortcuts::kFirstFreeIndex && m_index.Active(); }
+  ChunkHeader* DeferredChunk() const { return Shortcuts::kDeferredReturn ? m_deferred.Chunk() : 0; }
+  // True when a release into chunk is to be ignored: the chunk is on the
+  // free chunk list, as far as a caller can tell.
+  bool IsFreeChunk(ChunkHeader* chunk) const {
+    if (Shortcuts::kLazyBuilding && !m_building.IsBuilt(reinterpret_cast<uintptr_t>(chunk))) {
+      return true;
     }
-    return head;
+    return (chunk->usedBlocks == 0 && chunk->blockSize == 0) || chunk == DeferredChunk();
   }
-  void SetHint(size_t index, ChunkHeader* chunk) {
-    if (index < kHintedClasses) {
-      m_firstFreeHint[index] = chunk;
-    }
-  }
-  uint32_t* RankSlot(const ChunkHeader* chunk) {
-    uintptr_t offset = reinterpret_cast<uintptr_t>(chunk) - m_alignedSegment;
-    uintptr_t number = m_chunkMask != 0 ? offset >> m_chunkShift : offset / m_chunkSize;
-    return number < kRankedChunks ? &m_chunkRank[number] : 0;
-  }
-  void RankAsTail(ChunkHeader* chunk);
-  void HintAfterFullChunkGotABlock(size_t index, ChunkHeader* chunk);
 
   ChunkHeader** m_classChunks;
   ChunkHeader* m_freeChunks;
@@ -200,57 +280,25 @@ class ConfigPoolChunkAllocator {
   // the table holds and the largest block that fits a chunk behind its
   // header; 0 while nothing can be pooled. One comparison routes a request.
   size_t m_pooledLimit;
+  // m_pooledLimit while the first-free index is active, else 0.
+  size_t m_fastLimit;
   // ~(m_chunkSize - 1) for a power-of-two chunk size, else 0 (divide).
   uintptr_t m_chunkMask;
-  // log2 of a power-of-two chunk size: a chunk's number in the segment.
+  // log2 of a power-of-two chunk size, else 0.
   uint32_t m_chunkShift;
+  // Chunks laid out by Initialize, and m_chunkCount as it was then (a
+  // Configure after Initialize changes the count, not the segment).
+  uint32_t m_laidOutChunks;
+  uint32_t m_countedChunks;
 
-  // Where the walk of a class may start: every chunk ahead of its hint in
-  // the class list is full, so the first chunk with a free block is the hint
-  // or one behind it, exactly the chunk a walk from the head would find.
-  // Null: walk from the head. The classes of the pool every process gets
-  // (1024 bytes in 8-byte steps) have one; any further class walks from its
-  // head.
-  enum { kHintedClasses = 128 };
-  ChunkHeader* m_firstFreeHint[kHintedClasses];
-
-  // Order of the chunks within their class lists, to tell whether a full
-  // chunk that gets a free block lies ahead of its class's hint. A chunk
-  // joins a class list only at the tail (or as the only chunk) and the
-  // lists never change order otherwise, so numbering chunks as they join
-  // keeps, within each class, the smaller number ahead. 0: unknown (not
-  // numbered yet, beyond the first kRankedChunks chunks, or numbers ran
-  // out and were cleared); the hint then falls back to the head.
-  enum { kRankedChunks = 1024 };
-  uint32_t m_chunkRank[kRankedChunks];
-  uint32_t m_nextRank;
-
-  // A chunk whose free list, from its freeBlocks on, still reads exactly as
-  // carving for m_carvedBlockSize wrote it (m_carvedLast is its last block):
-  // blocks were only taken from the front and given back in the reverse
-  // order. When such a chunk comes back whole and is given to the same
-  // class again, carving it would write the very links it holds, so it is
-  // not carved again. An allocate-and-free of a lone block empties and
-  // re-assigns its chunk every time; this keeps that from costing a carve.
-  ChunkHeader* m_carvedChunk;
-  void* m_carvedLast;
-  uint32_t m_carvedBlockSize;
+  LazyChunkBuilding m_building;
+  DeferredChunkReturn m_deferred;
+  FirstFreeIndex m_index;
+  CarveRecord m_carved;
 };
 
-template <class SegmentHeap, class OverflowHeap>
-void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::ForgetShortcuts() {
-  for (size_t index = 0; index < kHintedClasses; ++index) {
-    m_firstFreeHint[index] = 0;
-  }
-  memset(m_chunkRank, 0, sizeof m_chunkRank);
-  m_nextRank = 1;
-  m_carvedChunk = 0;
-  m_carvedLast = 0;
-  m_carvedBlockSize = 0;
-}
-
-template <class SegmentHeap, class OverflowHeap>
-void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::UpdateGeometry() {
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::UpdateGeometry() {
   bool powerOfTwo = (m_chunkSize & (m_chunkSize - 1)) == 0;
   m_chunkMask = powerOfTwo ? ~static_cast<uintptr_t>(m_chunkSize - 1) : 0;
   m_chunkShift = 0;
@@ -273,10 +321,11 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::UpdateGeometry() {
     }
   }
   m_pooledLimit = limit;
+  m_fastLimit = Indexed() ? limit : 0;
 }
 
-template <class SegmentHeap, class OverflowHeap>
-void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::Initialize() {
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Initialize() {
   if (m_segment != 0) {
     return;
   }
@@ -299,7 +348,6 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::Initialize() {
     m_classTableEntries = m_classCount;
   }
   memset(m_classChunks, 0, m_classTableEntries * sizeof(ChunkHeader*));
-  ForgetShortcuts();
 
   uintptr_t segment = reinterpret_cast<uintptr_t>(m_segment);
   m_alignedSegment = (segment + m_chunkSize - 1) / m_chunkSize * m_chunkSize;
@@ -312,21 +360,43 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::Initialize() {
   UpdateGeometry();
 }
 
-template <class SegmentHeap, class OverflowHeap>
-void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::BuildChunks() {
-  m_freeChunks = 0;
-  // Only whole chunks that lie inside the segment and can hold their header
-  // are built, and only at addresses where a header may be written: with
-  // CHUNKS 1 and a misaligned segment, a wrapped segment size or a chunk
-  // smaller than its header the pool has no chunk and serves nothing.
+// Only whole chunks that lie inside the segment and can hold their header
+// are built, and only at addresses where a header may be written: with
+// CHUNKS 1 and a misaligned segment, a wrapped segment size or a chunk
+// smaller than its header the pool has no chunk and serves nothing. The
+// byte count is compared as a signed 32-bit value: a segment of 2 GiB or
+// more builds its first chunk only.
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+uint32_t ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::BuildableChunks() const {
   if (m_chunkSize < kChunkHeaderSize || m_chunkSize > m_segmentBytes ||
       m_chunkSize % __alignof__(ChunkHeader) != 0) {
+    return 0;
+  }
+  if (static_cast<int32_t>(m_segmentBytes) < 0) {
+    return 1;
+  }
+  return m_segmentBytes / m_chunkSize;
+}
+
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::BuildChunks() {
+  m_freeChunks = 0;
+  m_deferred.Clear();
+  m_carved.Forget();
+  uint32_t count = BuildableChunks();
+  m_laidOutChunks = count;
+  m_countedChunks = m_chunkCount;
+  m_building.Start(m_alignedSegment, m_alignedSegment, m_chunkSize);
+  if (count == 0) {
     return;
   }
+  if (Shortcuts::kFirstFreeIndex) {
+    m_index.Start(m_alignedSegment, m_chunkSize, m_chunkShift, count, m_classTableEntries);
+  }
+  uint32_t built = Shortcuts::kLazyBuilding ? 1 : count;
   ChunkHeader* previous = 0;
-  uint32_t offset = 0;
-  do {
-    ChunkHeader* chunk = ChunkAt(m_alignedSegment + offset);
+  for (uint32_t number = 0; number < built; ++number) {
+    ChunkHeader* chunk = ChunkAt(m_alignedSegment + static_cast<uintptr_t>(number) * m_chunkSize);
     chunk->chunkBytes = m_chunkSize;
     chunk->prevChunk = previous;
     chunk->nextChunk = 0;
@@ -341,16 +411,33 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::BuildChunks() {
       m_freeChunks = chunk;
     }
     previous = chunk;
-    offset += m_chunkSize;
-    // The byte count is compared as a signed 32-bit value: a segment of 2 GiB
-    // or more builds its first chunk only.
-  } while (static_cast<int32_t>(offset) < static_cast<int32_t>(m_segmentBytes) &&
-           m_segmentBytes - offset >= m_chunkSize);
+  }
+  uintptr_t builtEnd = m_alignedSegment + static_cast<uintptr_t>(built) * m_chunkSize;
+  m_building.Start(builtEnd, m_alignedSegment + static_cast<uintptr_t>(count) * m_chunkSize,
+                   m_chunkSize);
 }
 
-template <class SegmentHeap, class OverflowHeap>
-void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::Carve(ChunkHeader* chunk,
-                                                                uint32_t blockSize) {
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Materialize() {
+  SettleDeferredChunk();
+  ChunkHeader* tail = m_freeChunks;
+  while (tail != 0 && tail->nextChunk != 0) {
+    tail = tail->nextChunk;
+  }
+  while (ChunkHeader* chunk = m_building.BuildNext()) {
+    chunk->prevChunk = tail;
+    if (tail != 0) {
+      tail->nextChunk = chunk;
+    } else {
+      m_freeChunks = chunk;
+    }
+    tail = chunk;
+  }
+}
+
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Carve(ChunkHeader* chunk,
+                                                                           uint32_t blockSize) {
   unsigned char* first = static_cast<unsigned char*>(FirstBlock(chunk));
   uint32_t count = static_cast<uint32_t>((chunk->chunkBytes - kChunkHeaderSize) / blockSize);
   chunk->freeBlocks = first;
@@ -363,195 +450,29 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::Carve(ChunkHeader* chu
     block += blockSize;
   }
   SetNextFreeBlock(block, 0);
-  m_carvedChunk = chunk;
-  m_carvedLast = block;
-  m_carvedBlockSize = blockSize;
+  if (Shortcuts::kCarveRecord) {
+    m_carved.Carved(chunk, block, blockSize);
+  }
 }
 
-template <class SegmentHeap, class OverflowHeap>
-ChunkHeader* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::TakeFreeChunk(
-    uint32_t blockSize) {
+// The first chunk of the free chunk list, unlinked; chunks not yet built
+// follow the chunks on the list.
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+ChunkHeader* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::TakeFreeChunk() {
   ChunkHeader* chunk = m_freeChunks;
   if (chunk == 0) {
-    return 0;
+    return Shortcuts::kLazyBuilding ? m_building.BuildNext() : 0;
   }
   m_freeChunks = chunk->nextChunk;
   if (m_freeChunks != 0) {
     m_freeChunks->prevChunk = 0;
   }
-  chunk->blockSize = blockSize;
-  chunk->nextChunk = 0;
-  if (chunk != m_carvedChunk || blockSize != m_carvedBlockSize ||
-      chunk->freeBlocks != FirstBlock(chunk)) {
-    Carve(chunk, blockSize);
-  }
-  --m_freeChunkCount;
   return chunk;
 }
 
-// The hot path: one comparison routes the request; when the class's hint
-// chunk has a free block, that block is the one a walk from the head would
-// find, and it is taken at once.
-template <class SegmentHeap, class OverflowHeap>
-void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::AllocFromClass(size_t size) {
-  if (QD_UNLIKELY(size - 1 >= m_pooledLimit)) {
-    return 0;
-  }
-  uint32_t blockSize = static_cast<uint32_t>(ClassSize(size));
-  size_t index = ClassIndex(blockSize);
-  if (QD_LIKELY(index < kHintedClasses)) {
-    ChunkHeader* chunk = m_firstFreeHint[index];
-    if (QD_LIKELY(chunk != 0)) {
-      void* block = chunk->freeBlocks;
-      if (QD_LIKELY(block != 0)) {
-        chunk->freeBlocks = NextFreeBlock(block);
-        ++chunk->usedBlocks;
-        return block;
-      }
-    }
-  }
-  return AllocWalking(blockSize, index);
-}
-
-// Gives an empty class its first chunk, then walks the class's chunks from
-// the hint (or the head) to the first with a free block, appending a chunk
-// from the free chunk list behind the last one when all are full.
-template <class SegmentHeap, class OverflowHeap>
-void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::AllocWalking(uint32_t blockSize,
-                                                                        size_t index) {
-  // The routing limit is 0 without a class table, so this never returns
-  // here; it keeps the table's absence from being dereferenced regardless.
-  if (m_classChunks == 0) {
-    return 0;
-  }
-  ChunkHeader** head = &m_classChunks[index];
-  ChunkHeader* chunk = *head;
-  if (chunk == 0) {
-    chunk = TakeFreeChunk(blockSize);
-    if (chunk == 0) {
-      return 0;
-    }
-    *head = chunk;
-    RankAsTail(chunk);
-  } else {
-    chunk = WalkStart(index, chunk);
-  }
-  for (;;) {
-    void* block = chunk->freeBlocks;
-    if (block != 0) {
-      chunk->freeBlocks = NextFreeBlock(block);
-      ++chunk->usedBlocks;
-      SetHint(index, chunk);
-      return block;
-    }
-    if (chunk->nextChunk != 0) {
-      chunk = chunk->nextChunk;
-      continue;
-    }
-    ChunkHeader* appended = TakeFreeChunk(blockSize);
-    if (appended == 0) {
-      return 0;
-    }
-    chunk->nextChunk = appended;
-    appended->prevChunk = chunk;
-    RankAsTail(appended);
-    chunk = appended;
-  }
-}
-
-template <class SegmentHeap, class OverflowHeap>
-void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::RankAsTail(ChunkHeader* chunk) {
-  uint32_t* slot = RankSlot(chunk);
-  if (slot == 0) {
-    return;
-  }
-  if (m_nextRank == 0) {
-    // The numbers wrapped: forget them all rather than misorder two chunks.
-    memset(m_chunkRank, 0, sizeof m_chunkRank);
-    m_nextRank = 1;
-  }
-  *slot = m_nextRank++;
-}
-
-// A full chunk of the class got a free block. If it lies ahead of the hint
-// it is now the first chunk with a free block; behind it, the hint stands.
-template <class SegmentHeap, class OverflowHeap>
-void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::HintAfterFullChunkGotABlock(
-    size_t index, ChunkHeader* chunk) {
-  if (index >= kHintedClasses) {
-    return;
-  }
-  ChunkHeader* hint = m_firstFreeHint[index];
-  if (hint == 0 || hint == chunk) {
-    return;
-  }
-  uint32_t* chunkRank = RankSlot(chunk);
-  uint32_t* hintRank = RankSlot(hint);
-  if (chunkRank == 0 || hintRank == 0 || *chunkRank == 0 || *hintRank == 0) {
-    m_firstFreeHint[index] = 0;
-  } else if (*chunkRank < *hintRank) {
-    m_firstFreeHint[index] = chunk;
-  }
-}
-
-template <class SegmentHeap, class OverflowHeap>
-void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::Release(void* pointer) {
-  ChunkHeader* chunk = ChunkOf(pointer);
-  // Read apart: one wide load of both fields would wait for the two
-  // narrower stores that just wrote them.
-  uint16_t usedBlocks = chunk->usedBlocks;
-  uint32_t blockSize = chunk->blockSize;
-  // A late second release of a block whose chunk is already free again.
-  if (QD_UNLIKELY(usedBlocks == 0) && blockSize == 0) {
-    return;
-  }
-  void* firstFree = chunk->freeBlocks;
-  if (chunk == m_carvedChunk) {
-    // Only the block just in front of the free list (the last one while the
-    // chunk is full) comes back to the place carving gave it.
-    void* expected =
-        firstFree != 0 ? static_cast<unsigned char*>(firstFree) - m_carvedBlockSize : m_carvedLast;
-    if (pointer != expected) {
-      m_carvedChunk = 0;
-    }
-  }
-  SetNextFreeBlock(pointer, firstFree);
-  chunk->freeBlocks = pointer;
-  --usedBlocks;
-  chunk->usedBlocks = usedBlocks;
-  size_t index = ClassIndex(blockSize);
-  if (QD_UNLIKELY(firstFree == 0) && blockSize != 0) {
-    HintAfterFullChunkGotABlock(index, chunk);
-  }
-  if (QD_LIKELY(usedBlocks != 0) || blockSize == 0) {
-    return;
-  }
-  ReturnChunk(chunk, index);
-}
-
-// The chunk is empty: it leaves its class at once for the front of the free
-// chunk list.
-template <class SegmentHeap, class OverflowHeap>
-void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::ReturnChunk(ChunkHeader* chunk,
-                                                                      size_t index) {
-  if (chunk->prevChunk != 0) {
-    chunk->prevChunk->nextChunk = chunk->nextChunk;
-    if (chunk->nextChunk != 0) {
-      chunk->nextChunk->prevChunk = chunk->prevChunk;
-    }
-  } else {
-    if (index >= m_classCount || index >= m_classTableEntries) {
-      return;
-    }
-    m_classChunks[index] = chunk->nextChunk;
-    if (chunk->nextChunk != 0) {
-      chunk->nextChunk->prevChunk = 0;
-    }
-  }
-  if (index < kHintedClasses && m_firstFreeHint[index] == chunk) {
-    // Every chunk ahead of it was full; its neighbour keeps that true.
-    m_firstFreeHint[index] = chunk->nextChunk != 0 ? chunk->nextChunk : chunk->prevChunk;
-  }
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::PushFreeChunk(
+    ChunkHeader* chunk) {
   if (m_freeChunks != 0) {
     m_freeChunks->prevChunk = chunk;
   }
@@ -559,11 +480,208 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::ReturnChunk(ChunkHeade
   chunk->prevChunk = 0;
   m_freeChunks = chunk;
   chunk->blockSize = 0;
-  ++m_freeChunkCount;
 }
 
-template <class SegmentHeap, class OverflowHeap>
-void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::ReAlloc(void* pointer, size_t size) {
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+ChunkHeader* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ClassTail(
+    size_t index) const {
+  if (Indexed()) {
+    return m_index.Tail(index);
+  }
+  ChunkHeader* chunk = m_classChunks[index];
+  while (chunk != 0 && chunk->nextChunk != 0) {
+    chunk = chunk->nextChunk;
+  }
+  return chunk;
+}
+
+// The chunk joins the tail of its class list (or heads an empty one).
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::AppendToClass(
+    size_t index, ChunkHeader* chunk) {
+  ChunkHeader* tail = ClassTail(index);
+  chunk->prevChunk = tail;
+  chunk->nextChunk = 0;
+  if (tail != 0) {
+    tail->nextChunk = chunk;
+  } else {
+    m_classChunks[index] = chunk;
+  }
+  if (Indexed()) {
+    m_index.SetTail(index, chunk);
+    m_index.Join(chunk);
+  }
+}
+
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::UnlinkFromClass(
+    size_t index, ChunkHeader* chunk) {
+  if (chunk->prevChunk != 0) {
+    chunk->prevChunk->nextChunk = chunk->nextChunk;
+  } else {
+    m_classChunks[index] = chunk->nextChunk;
+  }
+  if (chunk->nextChunk != 0) {
+    chunk->nextChunk->prevChunk = chunk->prevChunk;
+  }
+  if (Indexed() && m_index.Tail(index) == chunk) {
+    m_index.SetTail(index, chunk->prevChunk);
+  }
+}
+
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::SettleDeferredChunk() {
+  ChunkHeader* chunk = DeferredChunk();
+  if (chunk == 0) {
+    return;
+  }
+  m_deferred.Clear();
+  UnlinkFromClass(m_deferred.ClassIndex(), chunk);
+  PushFreeChunk(chunk);
+}
+
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+ChunkHeader* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap,
+                                      Shortcuts>::FirstChunkWithAFreeBlock(size_t index) const {
+  if (Indexed()) {
+    return m_index.First(index);
+  }
+  ChunkHeader* deferred = DeferredChunk();
+  for (ChunkHeader* chunk = m_classChunks[index]; chunk != 0; chunk = chunk->nextChunk) {
+    if (chunk->freeBlocks != 0 && chunk != deferred) {
+      return chunk;
+    }
+  }
+  return 0;
+}
+
+// Every chunk of the class is full (or it has none): the first chunk of the
+// free chunk list joins the class's tail, carved for blockSize.
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+ChunkHeader* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::AssignFreeChunk(
+    size_t index, uint32_t blockSize) {
+  if (DeferredChunk() != 0) {
+    if (m_deferred.ClassIndex() == index) {
+      return ReadoptDeferredChunk(blockSize);
+    }
+    SettleDeferredChunk();
+  }
+  ChunkHeader* chunk = TakeFreeChunk();
+  if (chunk == 0) {
+    return 0;
+  }
+  chunk->blockSize = blockSize;
+  if (!(Shortcuts::kCarveRecord && m_carved.ReadsAsCarved(chunk, blockSize))) {
+    Carve(chunk, blockSize);
+  }
+  --m_freeChunkCount;
+  AppendToClass(index, chunk);
+  if (Indexed()) {
+    m_index.Insert(index, chunk);
+  }
+  return chunk;
+}
+
+// The deferred chunk heads the free chunk list, so it is the one its own
+// class takes: it moves to the class's tail if it is not there already.
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+ChunkHeader* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReadoptDeferredChunk(
+    uint32_t blockSize) {
+  ChunkHeader* chunk = m_deferred.Chunk();
+  size_t index = m_deferred.ClassIndex();
+  m_deferred.Clear();
+  if (ClassTail(index) != chunk) {
+    UnlinkFromClass(index, chunk);
+    AppendToClass(index, chunk);
+  } else if (Indexed()) {
+    m_index.Join(chunk);
+  }
+  if (!(Shortcuts::kCarveRecord && m_carved.ReadsAsCarved(chunk, blockSize))) {
+    Carve(chunk, blockSize);
+  }
+  --m_freeChunkCount;
+  if (Indexed()) {
+    m_index.Insert(index, chunk);
+  }
+  return chunk;
+}
+
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::AllocFromClass(size_t size) {
+  if (size - 1 >= m_pooledLimit) {
+    return 0;
+  }
+  uint32_t blockSize = static_cast<uint32_t>(ClassSize(size));
+  size_t index = ClassIndex(blockSize);
+  ChunkHeader* chunk = FirstChunkWithAFreeBlock(index);
+  if (chunk == 0) {
+    chunk = AssignFreeChunk(index, blockSize);
+    if (chunk == 0) {
+      return 0;
+    }
+  }
+  return TakeBlock(index, chunk);
+}
+
+// The release fast path: push the block; a chunk that was full joins the
+// first-free index, a chunk that is now empty leaves its class.
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Release(void* pointer) {
+  ChunkHeader* chunk = ChunkOf(pointer);
+  if (Shortcuts::kLazyBuilding &&
+      QD_UNLIKELY(!m_building.IsBuilt(reinterpret_cast<uintptr_t>(chunk)))) {
+    return;
+  }
+  // Read apart: one wide load of both fields would wait for the two
+  // narrower stores that just wrote them.
+  uint16_t usedBlocks = chunk->usedBlocks;
+  uint32_t blockSize = chunk->blockSize;
+  // A late second release of a block whose chunk is already free again.
+  if (QD_UNLIKELY(usedBlocks == 0) && (blockSize == 0 || chunk == DeferredChunk())) {
+    return;
+  }
+  void* firstFree = chunk->freeBlocks;
+  if (Shortcuts::kCarveRecord) {
+    m_carved.BlockGivenBack(chunk, pointer);
+  }
+  SetNextFreeBlock(pointer, firstFree);
+  chunk->freeBlocks = pointer;
+  --usedBlocks;
+  chunk->usedBlocks = usedBlocks;
+  size_t index = ClassIndex(blockSize);
+  if (QD_UNLIKELY(firstFree == 0) && blockSize != 0) {
+    ChunkGotAFreeBlock(index, chunk);
+  }
+  if (QD_LIKELY(usedBlocks != 0) || blockSize == 0) {
+    return;
+  }
+  ReturnChunk(chunk, index);
+}
+
+// The chunk is empty: it leaves its class for the front of the free chunk
+// list. A class head whose class is past the table stays where it is.
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReturnChunk(ChunkHeader* chunk,
+                                                                                 size_t index) {
+  if (chunk->prevChunk == 0 && (index >= m_classCount || index >= m_classTableEntries)) {
+    return;
+  }
+  if (Indexed()) {
+    m_index.Remove(index, chunk);
+  }
+  ++m_freeChunkCount;
+  if (Shortcuts::kDeferredReturn) {
+    SettleDeferredChunk();
+    m_deferred.Defer(chunk, index);
+    return;
+  }
+  UnlinkFromClass(index, chunk);
+  PushFreeChunk(chunk);
+}
+
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReAlloc(void* pointer,
+                                                                              size_t size) {
   // Ownership is tested first: null and foreign blocks never enter the pool.
   if (!Owns(pointer)) {
     return OverflowHeap::ReAlloc(pointer, size);
@@ -577,7 +695,7 @@ void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap>::ReAlloc(void* pointer
   if (m_classChunks == 0) {
     Initialize();
   }
-  size_t oldSize = ChunkOf(pointer)->blockSize;
+  size_t oldSize = BlockSizeOf(pointer);
   size_t copied = oldSize < size ? oldSize : size;
   void* block = AllocFromClass(size);
   if (block == 0) {

@@ -1,8 +1,10 @@
 // Fuzzes the pool chunk allocator against the reference model: the input is
 // a small pool configuration followed by a sequence of allocations, releases
 // and reallocations. After every step the pool's result, its calls to the
-// backing heaps and its visible fields must match the model, and every
-// live block must still hold the bytes written into it.
+// backing heaps and its visible fields must match the model, the pool must
+// pass its invariant checker, and every live block must still hold the bytes
+// written into it. Each input runs twice: through the library's pool and
+// through the pool without shortcuts.
 #include <stddef.h>
 #include <stdint.h>
 #include <stdlib.h>
@@ -15,6 +17,7 @@
 #include "fuzz/fuzz_failure.h"
 #include "fuzz/pool_model.h"
 #include "heap/pool_chunk_allocator.h"
+#include "heap/pool_invariant_checker.h"
 
 namespace {
 
@@ -26,7 +29,10 @@ using QuendalFuzz::HeapCallChecker;
 using QuendalFuzz::PoolModel;
 using QuendalFuzz::Trace;
 
-typedef Quendal::Heap::ConfigPoolChunkAllocator<FuzzSegmentHeap, FuzzOverflowHeap> Pool;
+typedef Quendal::Heap::ConfigPoolChunkAllocator<FuzzSegmentHeap, FuzzOverflowHeap> LibraryPool;
+typedef Quendal::Heap::ConfigPoolChunkAllocator<FuzzSegmentHeap, FuzzOverflowHeap,
+                                                Quendal::Heap::NoPoolShortcuts>
+    PlainPool;
 
 // Small chunks so that chunks fill and requests overflow within a short
 // input; sizes below the header, not multiples of 8 and not powers of two
@@ -68,6 +74,7 @@ struct LiveBlock {
   std::vector<uint8_t> bytes;
 };
 
+template <class Pool>
 class PoolRun {
  public:
   explicit PoolRun(ByteReader& input) : m_input(input), m_fill(0), m_offsetSlot(0) {}
@@ -108,7 +115,8 @@ class PoolRun {
   size_t m_offsetSlot;
 };
 
-void PoolRun::Run() {
+template <class Pool>
+void PoolRun<Pool>::Run() {
   Start();
   while (!m_input.AtEnd()) {
     Step();
@@ -119,7 +127,8 @@ void PoolRun::Run() {
 // Header: chunk count, chunk size and segment placement, largest pooled
 // size (two bytes), flags (configure, initialise at once, failed segment
 // requests before the first success).
-void PoolRun::Start() {
+template <class Pool>
+void PoolRun<Pool>::Start() {
   uint32_t chunkCount = ChunkCount(m_input.Byte());
   uint8_t sizeByte = m_input.Byte();
   uint32_t chunkSize = kChunkSizes[sizeByte % 16];
@@ -142,7 +151,8 @@ void PoolRun::Start() {
 // (block, size in two bytes), 7 ReAlloc to 0 to 63 bytes, 8 a control byte
 // (overflow refusals on or off, Initialize, Configure with four more bytes,
 // ReAlloc(null, size)), 9 ReAlloc of a block to its own usable size.
-void PoolRun::Step() {
+template <class Pool>
+void PoolRun<Pool>::Step() {
   uint8_t operation = m_input.Byte();
   switch (operation % 10) {
     case 0:
@@ -195,12 +205,14 @@ void PoolRun::Step() {
   }
 }
 
-void PoolRun::PlaceNextSegment() {
+template <class Pool>
+void PoolRun<Pool>::PlaceNextSegment() {
   uint32_t chunkSize = m_model.ChunkSize();
   FuzzSegmentHeap::Place(chunkSize, (16 * m_offsetSlot) % chunkSize);
 }
 
-void PoolRun::Configure(uint32_t chunkCount, uint32_t chunkSize, uint32_t maxBlockSize) {
+template <class Pool>
+void PoolRun<Pool>::Configure(uint32_t chunkCount, uint32_t chunkSize, uint32_t maxBlockSize) {
   Trace(Format("Configure(%u, %u, %u)", chunkCount, chunkSize, maxBlockSize));
   m_pool.Configure(chunkCount, chunkSize, maxBlockSize);
   HeapCallChecker calls = Calls();
@@ -209,7 +221,8 @@ void PoolRun::Configure(uint32_t chunkCount, uint32_t chunkSize, uint32_t maxBlo
   CheckFields();
 }
 
-void PoolRun::Initialize() {
+template <class Pool>
+void PoolRun<Pool>::Initialize() {
   Trace("Initialize()");
   PlaceNextSegment();
   m_pool.Initialize();
@@ -219,7 +232,8 @@ void PoolRun::Initialize() {
   CheckFields();
 }
 
-void PoolRun::Alloc(size_t size) {
+template <class Pool>
+void PoolRun<Pool>::Alloc(size_t size) {
   if (m_live.size() >= kMostLiveBlocks) {
     return;
   }
@@ -236,7 +250,8 @@ void PoolRun::Alloc(size_t size) {
   CheckFields();
 }
 
-void PoolRun::Free(size_t which) {
+template <class Pool>
+void PoolRun<Pool>::Free(size_t which) {
   if (m_live.empty()) {
     return;
   }
@@ -252,7 +267,8 @@ void PoolRun::Free(size_t which) {
   CheckFields();
 }
 
-void PoolRun::ReAlloc(size_t which, size_t size) {
+template <class Pool>
+void PoolRun<Pool>::ReAlloc(size_t which, size_t size) {
   if (m_live.empty()) {
     return;
   }
@@ -278,7 +294,8 @@ void PoolRun::ReAlloc(size_t which, size_t size) {
   CheckFields();
 }
 
-void PoolRun::ReAllocNull(size_t size) {
+template <class Pool>
+void PoolRun<Pool>::ReAllocNull(size_t size) {
   if (m_live.size() >= kMostLiveBlocks) {
     return;
   }
@@ -294,7 +311,8 @@ void PoolRun::ReAllocNull(size_t size) {
   CheckFields();
 }
 
-void PoolRun::FreeEverything() {
+template <class Pool>
+void PoolRun<Pool>::FreeEverything() {
   for (const LiveBlock& block : m_live) {
     CheckBytes(block, "at the end of the input");
   }
@@ -307,13 +325,15 @@ void PoolRun::FreeEverything() {
   }
 }
 
-void PoolRun::CheckResult(const char* operation, void* actual, void* expected) {
+template <class Pool>
+void PoolRun<Pool>::CheckResult(const char* operation, void* actual, void* expected) {
   if (actual != expected) {
     Fail(Format("%s returned %p, the model expects %p", operation, actual, expected));
   }
 }
 
-size_t PoolRun::UsableSize(void* pointer, size_t requested) {
+template <class Pool>
+size_t PoolRun<Pool>::UsableSize(void* pointer, size_t requested) {
   if (m_model.Owns(pointer)) {
     return m_model.BlockSizeOf(pointer);
   }
@@ -322,8 +342,9 @@ size_t PoolRun::UsableSize(void* pointer, size_t requested) {
 
 // Records a new live block: the copied bytes must have arrived, and the
 // rest of the usable size gets a fresh pattern.
-QUENDAL_FUZZ_NO_COVERAGE void PoolRun::Keep(void* pointer, size_t usable,
-                                            const LiveBlock* copiedFrom, size_t copied) {
+template <class Pool>
+QUENDAL_FUZZ_NO_COVERAGE void PoolRun<Pool>::Keep(void* pointer, size_t usable,
+                                                  const LiveBlock* copiedFrom, size_t copied) {
   LiveBlock block = {pointer, std::vector<uint8_t>(usable)};
   uint8_t* bytes = static_cast<uint8_t*>(pointer);
   for (size_t i = 0; i < copied; ++i) {
@@ -342,7 +363,8 @@ QUENDAL_FUZZ_NO_COVERAGE void PoolRun::Keep(void* pointer, size_t usable,
   m_live.push_back(std::move(block));
 }
 
-QUENDAL_FUZZ_NO_COVERAGE void PoolRun::CheckBytes(const LiveBlock& block, const char* when) {
+template <class Pool>
+QUENDAL_FUZZ_NO_COVERAGE void PoolRun<Pool>::CheckBytes(const LiveBlock& block, const char* when) {
   const uint8_t* bytes = static_cast<const uint8_t*>(block.pointer);
   for (size_t i = 0; i < block.bytes.size(); ++i) {
     if (bytes[i] != block.bytes[i]) {
@@ -352,7 +374,8 @@ QUENDAL_FUZZ_NO_COVERAGE void PoolRun::CheckBytes(const LiveBlock& block, const 
   }
 }
 
-QUENDAL_FUZZ_NO_COVERAGE void PoolRun::CheckFields() {
+template <class Pool>
+QUENDAL_FUZZ_NO_COVERAGE void PoolRun<Pool>::CheckFields() {
   struct Field {
     const char* name;
     uintptr_t actual;
@@ -371,6 +394,10 @@ QUENDAL_FUZZ_NO_COVERAGE void PoolRun::CheckFields() {
       {"first free chunk", reinterpret_cast<uintptr_t>(m_pool.FreeChunks()),
        m_model.FreeChunksHead()},
   };
+  const char* problem = Quendal::Heap::CheckPoolInvariants(m_pool);
+  if (problem != nullptr) {
+    Fail(Format("pool invariant broken: %s", problem));
+  }
   for (const Field& field : fields) {
     if (field.actual != field.expected) {
       Fail(Format("%s is %#zx, the model expects %#zx", field.name, size_t(field.actual),
@@ -396,10 +423,18 @@ QUENDAL_FUZZ_NO_COVERAGE void PoolRun::CheckFields() {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  QuendalFuzz::BeginTrace();
-  ByteReader input(data, size);
   {
-    PoolRun run(input);
+    QuendalFuzz::BeginTrace();
+    QuendalFuzz::Trace("the library's pool");
+    ByteReader input(data, size);
+    PoolRun<LibraryPool> run(input);
+    run.Run();
+  }
+  {
+    QuendalFuzz::BeginTrace();
+    QuendalFuzz::Trace("the pool without shortcuts");
+    ByteReader input(data, size);
+    PoolRun<PlainPool> run(input);
     run.Run();
   }
   return 0;

@@ -19,7 +19,15 @@ using Quendal::Heap::ChunkHeader;
 using Quendal::Heap::ConfigPoolChunkAllocator;
 using Quendal::Heap::kChunkHeaderSize;
 
+// The pool tests run twice: over the library's pool and over the plain
+// algorithm with no shortcuts.
+#if defined(QUENDAL_TEST_POOL_WITHOUT_SHORTCUTS)
+typedef ConfigPoolChunkAllocator<ScriptedSegmentHeap, RecordingOverflowHeap,
+                                 Quendal::Heap::NoPoolShortcuts>
+    TestPool;
+#else
 typedef ConfigPoolChunkAllocator<ScriptedSegmentHeap, RecordingOverflowHeap> TestPool;
+#endif
 
 inline const uint32_t kChunk = 2048;
 // Blocks of the 8-byte class in a 2048-byte chunk: 253 behind a 24-byte header.
@@ -46,7 +54,10 @@ class PoolTest : public ::testing::Test {
     pool.Initialize();
   }
 
-  std::vector<ChunkHeader*> FreeList() const {
+  // Reading headers: every header the plain algorithm would have written
+  // is written first.
+  std::vector<ChunkHeader*> FreeList() {
+    pool.Materialize();
     std::vector<ChunkHeader*> chunks;
     for (ChunkHeader* chunk = pool.FreeChunks(); chunk != nullptr; chunk = chunk->nextChunk) {
       chunks.push_back(chunk);
@@ -54,7 +65,8 @@ class PoolTest : public ::testing::Test {
     return chunks;
   }
 
-  ChunkHeader* ChunkNumber(size_t k) const {
+  ChunkHeader* ChunkNumber(size_t k) {
+    pool.Materialize();
     return reinterpret_cast<ChunkHeader*>(pool.AlignedSegment() + k * pool.ChunkSize());
   }
 

@@ -447,6 +447,37 @@ TEST_F(PoolTest, LateSecondReleaseIntoAFreeChunkIsIgnored) {
   EXPECT_TRUE(PoolIsConsistent(pool));
 }
 
+// The same second release straight after the first, with nothing read in
+// between: the chunk is free again, so the block is not listed twice.
+TEST_F(PoolTest, SecondReleaseStraightAfterTheChunkEmptiedIsIgnored) {
+  Build(4);
+  void* block = pool.Alloc(8);
+  pool.Free(block);
+  pool.Free(block);
+  EXPECT_EQ(pool.FreeChunkCount(), 4u);
+  EXPECT_TRUE(PoolIsConsistent(pool));
+  void* first = pool.Alloc(8);
+  void* second = pool.Alloc(8);
+  EXPECT_EQ(first, block);
+  EXPECT_EQ(second, static_cast<unsigned char*>(block) + 8);
+  EXPECT_TRUE(RecordingOverflowHeap::calls.empty());
+}
+
+// A pointer into a chunk that no request has taken yet finds a free chunk:
+// the release is ignored, and the chunks are taken in address order as ever.
+TEST_F(PoolTest, ReleaseIntoAChunkNeverTakenIsIgnored) {
+  Build(4);
+  unsigned char* third = reinterpret_cast<unsigned char*>(pool.AlignedSegment() + 2 * kChunk);
+  pool.Free(third + kChunkHeaderSize + 16);
+  EXPECT_TRUE(RecordingOverflowHeap::calls.empty());
+  EXPECT_EQ(pool.FreeChunkCount(), 4u);
+  EXPECT_TRUE(PoolIsConsistent(pool));
+  EXPECT_EQ(pool.Alloc(1024), third - 2 * kChunk + kChunkHeaderSize);
+  EXPECT_EQ(pool.Alloc(1024), third - kChunk + kChunkHeaderSize);
+  EXPECT_EQ(pool.Alloc(1024), third + kChunkHeaderSize);
+  EXPECT_TRUE(PoolIsConsistent(pool));
+}
+
 // An assigned chunk takes a second release of a block as it stands: with one
 // other block still out, the count reaches 0 and the chunk leaves its class.
 TEST_F(PoolTest, SecondReleaseWhileTheChunkIsAssignedIsNotDetected) {

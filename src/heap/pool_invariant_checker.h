@@ -1,0 +1,163 @@
+// The pool's invariant checker: every built chunk is on exactly one list with
+// links that agree both ways, class chunks hold their class, used counts
+// match the free lists, free blocks lie on block boundaries inside their
+// chunk, the free chunk count adds up, and each shortcut's own invariant
+// holds (lazy_chunk_building.h, deferred_chunk_return.h, first_free_index.h,
+// carve_record.h). It reads the whole pool: tests and fuzzers call it after
+// each step, the library never does.
+#ifndef QUENDAL_HEAP_POOL_INVARIANT_CHECKER_H
+#define QUENDAL_HEAP_POOL_INVARIANT_CHECKER_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "heap/chunk_header.h"
+
+namespace Quendal {
+namespace Heap {
+
+// Null when the pool is consistent, else what is wrong.
+template <class Pool>
+const char* CheckPoolInvariants(const Pool& pool) {
+  if (pool.m_segment == 0) {
+    return pool.m_freeChunks == 0 ? 0 : "chunks without a segment";
+  }
+  uint32_t buildable = pool.m_laidOutChunks;
+  uint32_t built = buildable;
+  if (Pool::ShortcutSet::kLazyBuilding) {
+    built =
+        static_cast<uint32_t>((pool.m_building.Next() - pool.m_alignedSegment) / pool.m_chunkSize);
+    if (built > buildable || pool.m_building.Unbuilt() != buildable - built) {
+      return "the chunks still to build are not the segment's last ones";
+    }
+  }
+  uintptr_t builtEnd = pool.m_alignedSegment + static_cast<uintptr_t>(built) * pool.m_chunkSize;
+  ChunkHeader* deferred = pool.DeferredChunk();
+  bool deferredSeen = false;
+  uint32_t listed = 0;
+  uint32_t freeListed = 0;
+
+  uint32_t classes =
+      pool.m_classCount < pool.m_classTableEntries ? pool.m_classCount : pool.m_classTableEntries;
+  for (uint32_t list = 0; list <= classes; ++list) {
+    // List 0 is the free chunk list, list k the class list of k * 8 bytes.
+    size_t index = list - 1;
+    uint32_t blockSize = list * 8;
+    ChunkHeader* previous = 0;
+    ChunkHeader* firstWithFreeBlock = 0;
+    uint64_t lastJoin = 0;
+    long members = 0;
+    ChunkHeader* head = list == 0 ? pool.m_freeChunks : pool.m_classChunks[index];
+    for (ChunkHeader* chunk = head; chunk != 0; chunk = chunk->nextChunk) {
+      uintptr_t address = reinterpret_cast<uintptr_t>(chunk);
+      if (address < pool.m_alignedSegment || address >= builtEnd ||
+          (address - pool.m_alignedSegment) % pool.m_chunkSize != 0) {
+        return "a listed chunk is not a built chunk of the segment";
+      }
+      if (++listed > built) {
+        return "a chunk is listed twice or a list loops";
+      }
+      if (chunk->prevChunk != previous) {
+        return "a chunk's prevChunk does not name the chunk before it";
+      }
+      if (chunk->chunkBytes != pool.m_chunkSize || chunk->blockSize != blockSize) {
+        return "a chunk's size or class does not match its list";
+      }
+      previous = chunk;
+      if (list == 0) {
+        ++freeListed;
+        if (chunk->usedBlocks != 0) {
+          return "a free chunk counts used blocks";
+        }
+        continue;
+      }
+      size_t capacity = (chunk->chunkBytes - kChunkHeaderSize) / blockSize;
+      size_t freeCount = 0;
+      for (void* block = chunk->freeBlocks; block != 0; block = NextFreeBlock(block)) {
+        uintptr_t offset = reinterpret_cast<uintptr_t>(block) - address;
+        if (offset < kChunkHeaderSize || (offset - kChunkHeaderSize) % blockSize != 0 ||
+            (offset - kChunkHeaderSize) / blockSize >= capacity) {
+          return "a chunk lists a block that is not one of its own";
+        }
+        if (++freeCount > capacity) {
+          return "a chunk's free list loops";
+        }
+      }
+      if ((capacity - freeCount) % 65536 != chunk->usedBlocks) {
+        return "a chunk's used count does not match its free list";
+      }
+      if (chunk == deferred) {
+        deferredSeen = true;
+        if (pool.m_deferred.ClassIndex() != index || chunk->usedBlocks != 0) {
+          return "the deferred chunk is not an empty chunk of its class";
+        }
+        if (pool.Indexed() && pool.m_index.Contains(chunk)) {
+          return "the first-free index holds the deferred chunk";
+        }
+        continue;
+      }
+      if (firstWithFreeBlock == 0 && chunk->freeBlocks != 0) {
+        firstWithFreeBlock = chunk;
+      }
+      if (pool.Indexed()) {
+        if (pool.m_index.Contains(chunk) != (chunk->freeBlocks != 0)) {
+          return "the first-free index and a chunk's free list disagree";
+        }
+        members += pool.m_index.Contains(chunk) ? 1 : 0;
+        if (pool.m_index.JoinNumber(chunk) <= lastJoin) {
+          return "join numbers do not increase along a class list";
+        }
+        lastJoin = pool.m_index.JoinNumber(chunk);
+      }
+    }
+    if (list != 0 && pool.Indexed()) {
+      if (pool.m_index.Tail(index) != previous) {
+        return "the first-free index names a wrong tail";
+      }
+      if (pool.m_index.First(index) != firstWithFreeBlock) {
+        return "the first-free index names a wrong first chunk";
+      }
+      if (pool.m_index.CountMembers(index) != members) {
+        return "the first-free index holds other chunks than the class's";
+      }
+    }
+  }
+  if (listed != built) {
+    return "a built chunk is on no list";
+  }
+  if (deferred != 0 && !deferredSeen) {
+    return "the deferred chunk is not on its class list";
+  }
+  uint32_t lost = pool.m_countedChunks - buildable;
+  uint32_t unbuilt = buildable - built;
+  if (pool.m_freeChunkCount != freeListed + unbuilt + (deferred != 0 ? 1 : 0) + lost) {
+    return "the free chunk count does not add up";
+  }
+
+  ChunkHeader* carved = pool.m_carved.Chunk();
+  if (Pool::ShortcutSet::kCarveRecord && carved != 0) {
+    uintptr_t address = reinterpret_cast<uintptr_t>(carved);
+    if (address < pool.m_alignedSegment || address >= builtEnd) {
+      return "the carve record names a chunk that is not built";
+    }
+    uint32_t blockSize = pool.m_carved.BlockSize();
+    void* block = carved->freeBlocks;
+    if (block != 0) {
+      while (NextFreeBlock(block) != 0) {
+        if (NextFreeBlock(block) != static_cast<unsigned char*>(block) + blockSize) {
+          return "the carve record's chunk no longer reads as carved";
+        }
+        block = NextFreeBlock(block);
+      }
+      if (block != pool.m_carved.Last()) {
+        return "the carve record's chunk ends its list elsewhere";
+      }
+    }
+  }
+  return 0;
+}
+
+}  // namespace Heap
+}  // namespace Quendal
+
+#endif
