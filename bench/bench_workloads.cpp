@@ -19,6 +19,16 @@ std::vector<uint32_t> RandomOrder(size_t count) {
   return order;
 }
 
+std::vector<uint32_t> RandomSlots(size_t steps, uint32_t slots) {
+  std::mt19937_64 random(kSeed + slots);
+  std::uniform_int_distribution<uint32_t> slot(0, slots - 1);
+  std::vector<uint32_t> result(steps);
+  for (uint32_t& value : result) {
+    value = slot(random);
+  }
+  return result;
+}
+
 std::vector<MixedStep> MixedSteps(size_t steps, uint32_t slots) {
   std::mt19937_64 random(kSeed);
   std::uniform_int_distribution<uint32_t> slot(0, slots - 1);

@@ -13,6 +13,9 @@ namespace QuendalBench {
 // A permutation of 0 .. count - 1, the same for every run.
 std::vector<uint32_t> RandomOrder(size_t count);
 
+// steps slots drawn uniformly from 0 .. slots - 1, the same for every run.
+std::vector<uint32_t> RandomSlots(size_t steps, uint32_t slots);
+
 // One step of the mixed workload: replace the block in slot by one of size.
 struct MixedStep {
   uint32_t slot;

@@ -184,6 +184,14 @@ void ThreadedPair(benchmark::State& state) {
   Pair<Heap>(state);
 }
 
+// The warm pair with the lock taken: the pool's own allocate-and-free cost
+// in a multi-threaded process.
+template <class Heap>
+void ThreadedWarmPair(benchmark::State& state) {
+  StartASecondThreadOnce();
+  WarmPair<Heap>(state);
+}
+
 template <class Heap>
 std::string Name(const char* family) {
   return std::string(family) + "/" + Heap::kName;
@@ -209,8 +217,9 @@ void RegisterAll() {
     RegisterPair<PoolHeap>(size);
     RegisterPair<CHeap>(size);
   }
-  const int64_t warmSizes[] = {8, 16, 64, 256, 1024};
-  for (int64_t size : warmSizes) {
+  // The pooled sizes, from the smallest class to the largest.
+  const int64_t pooledSizes[] = {8, 16, 64, 256, 1024};
+  for (int64_t size : pooledSizes) {
     benchmark::RegisterBenchmark(Name<PoolHeap>("pair_warm").c_str(), WarmPair<PoolHeap>)
         ->Arg(size);
     benchmark::RegisterBenchmark(Name<CHeap>("pair_warm").c_str(), WarmPair<CHeap>)->Arg(size);
@@ -238,11 +247,17 @@ void RegisterAll() {
         ->Threads(threads)
         ->UseRealTime();
   }
-  const int64_t threadedSizes[] = {16, 64, 256};
-  for (int64_t size : threadedSizes) {
+  for (int64_t size : pooledSizes) {
     benchmark::RegisterBenchmark(Name<PoolHeap>("pair_threaded").c_str(), ThreadedPair<PoolHeap>)
         ->Arg(size);
     benchmark::RegisterBenchmark(Name<CHeap>("pair_threaded").c_str(), ThreadedPair<CHeap>)
+        ->Arg(size);
+  }
+  for (int64_t size : pooledSizes) {
+    benchmark::RegisterBenchmark(Name<PoolHeap>("pair_warm_threaded").c_str(),
+                                 ThreadedWarmPair<PoolHeap>)
+        ->Arg(size);
+    benchmark::RegisterBenchmark(Name<CHeap>("pair_warm_threaded").c_str(), ThreadedWarmPair<CHeap>)
         ->Arg(size);
   }
 }
