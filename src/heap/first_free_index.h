@@ -147,6 +147,11 @@ class FirstFreeIndex {
     SetRoot(index, Meld(RootNumber(index), children));
   }
 
+  // True when chunk is the class's only chunk with a free block.
+  bool HoldsOnly(size_t index, const ChunkHeader* chunk) const {
+    return m_first[index] == chunk && m_nodes[Number(chunk)].child == 0;
+  }
+
   // For the invariant checker.
   bool Contains(const ChunkHeader* chunk) const { return m_nodes[Number(chunk)].member != 0; }
   uint64_t JoinNumber(const ChunkHeader* chunk) const { return m_nodes[Number(chunk)].key; }

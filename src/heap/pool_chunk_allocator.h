@@ -223,11 +223,18 @@ class ConfigPoolChunkAllocator {
   void UnlinkFromClass(size_t index, ChunkHeader* chunk);
   void SettleDeferredChunk();
   void Carve(ChunkHeader* chunk, uint32_t blockSize);
+  // Pops the chunk's first free block. A parked deferred chunk is taken
+  // back by this, its class's next allocation.
   QD_ALWAYS_INLINE void* TakeBlock(size_t index, ChunkHeader* chunk) {
     void* block = chunk->freeBlocks;
     void* next = NextFreeBlock(block);
     chunk->freeBlocks = next;
-    ++chunk->usedBlocks;
+    uint16_t usedBlocks = chunk->usedBlocks;
+    chunk->usedBlocks = static_cast<uint16_t>(usedBlocks + 1);
+    if (Shortcuts::kDeferredReturn && QD_UNLIKELY(usedBlocks == 0) && chunk == m_deferred.Chunk()) {
+      m_deferred.Clear();
+      --m_freeChunkCount;
+    }
     if (QD_UNLIKELY(next == 0)) {
       ChunkFilled(index);
     }
@@ -244,6 +251,14 @@ class ConfigPoolChunkAllocator {
     }
   }
   QD_ALWAYS_INLINE void Release(void* pointer);
+  // True when the emptied chunk, with no other return deferred, may be
+  // parked (deferred_chunk_return.h).
+  QD_ALWAYS_INLINE bool CanPark(size_t index, ChunkHeader* chunk, uint32_t blockSize) const {
+    return Shortcuts::kDeferredReturn && Shortcuts::kCarveRecord && Indexed() &&
+           DeferredChunk() == 0 && index < m_classCount &&
+           m_carved.ReadsAsCarved(chunk, blockSize) && m_index.HoldsOnly(index, chunk) &&
+           m_index.Tail(index) == chunk;
+  }
   QD_NOINLINE void ReturnChunk(ChunkHeader* chunk, size_t index);
   void BuildChunks();
   uint32_t BuildableChunks() const;
@@ -536,6 +551,9 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::SettleDefer
     return;
   }
   m_deferred.Clear();
+  if (m_deferred.Parked()) {
+    m_index.Remove(m_deferred.ClassIndex(), chunk);
+  }
   UnlinkFromClass(m_deferred.ClassIndex(), chunk);
   PushFreeChunk(chunk);
 }
@@ -655,6 +673,11 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Release(voi
   if (QD_LIKELY(usedBlocks != 0) || blockSize == 0) {
     return;
   }
+  if (CanPark(index, chunk, blockSize)) {
+    ++m_freeChunkCount;
+    m_deferred.Defer(chunk, index, true);
+    return;
+  }
   ReturnChunk(chunk, index);
 }
 
@@ -666,14 +689,18 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReturnChunk
   if (chunk->prevChunk == 0 && (index >= m_classCount || index >= m_classTableEntries)) {
     return;
   }
-  if (Indexed()) {
-    m_index.Remove(index, chunk);
-  }
   ++m_freeChunkCount;
   if (Shortcuts::kDeferredReturn) {
     SettleDeferredChunk();
-    m_deferred.Defer(chunk, index);
+    bool parked = CanPark(index, chunk, chunk->blockSize);
+    if (!parked && Indexed()) {
+      m_index.Remove(index, chunk);
+    }
+    m_deferred.Defer(chunk, index, parked);
     return;
+  }
+  if (Indexed()) {
+    m_index.Remove(index, chunk);
   }
   UnlinkFromClass(index, chunk);
   PushFreeChunk(chunk);

@@ -91,8 +91,20 @@ const char* CheckPoolInvariants(const Pool& pool) {
         if (pool.m_deferred.ClassIndex() != index || chunk->usedBlocks != 0) {
           return "the deferred chunk is not an empty chunk of its class";
         }
-        if (pool.Indexed() && pool.m_index.Contains(chunk)) {
-          return "the first-free index holds the deferred chunk";
+        if (pool.Indexed() && pool.m_index.Contains(chunk) != pool.m_deferred.Parked()) {
+          return "the first-free index holds the deferred chunk unless it is parked";
+        }
+        if (pool.m_deferred.Parked()) {
+          // Joined last, it comes after any chunk of the class that got a
+          // free block since, as the free chunk it stands for would.
+          if (chunk->nextChunk != 0 || !pool.m_carved.ReadsAsCarved(chunk, blockSize) ||
+              pool.m_index.JoinNumber(chunk) <= lastJoin) {
+            return "a parked chunk is not its class's last chunk, as carved";
+          }
+          if (firstWithFreeBlock == 0) {
+            firstWithFreeBlock = chunk;
+          }
+          members += 1;
         }
         continue;
       }
