@@ -55,6 +55,9 @@ class QD_EXPORT ModuleRegistry {
   const char* LookUpName(unsigned short id);
 
  private:
+  // The library's own access to the lock, to hold it across fork.
+  friend class RegistryForkCalls;
+
   ModuleRegistry(const ModuleRegistry&);
   ModuleRegistry& operator=(const ModuleRegistry&);
 

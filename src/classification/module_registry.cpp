@@ -6,6 +6,7 @@
 #include <string>
 
 #include "classification/new_id_callback.h"
+#include "platform/fork_guard.h"
 #include "quendal/classification.h"
 
 namespace Quendal {
@@ -94,9 +95,44 @@ const char* ModuleRegistry<MutexType>::LookUpName(unsigned short id) {
 
 template class ModuleRegistry<Mutex>;
 
+// Takes and releases the registry's lock for the fork guard.
+class RegistryForkCalls {
+ public:
+  static void Acquire(void* registry) {
+    static_cast<ModuleRegistry<Mutex>*>(registry)->m_mutex.Lock();
+  }
+  // In the child too: its only thread is the one that locked it.
+  static void Release(void* registry) {
+    static_cast<ModuleRegistry<Mutex>*>(registry)->m_mutex.Unlock();
+  }
+};
+
+namespace {
+
+const Platform::ForkLockCalls registryForkCalls = {
+    &RegistryForkCalls::Acquire, &RegistryForkCalls::Release, &RegistryForkCalls::Release};
+
+// The process's registry, held across fork from its construction until its
+// destruction at exit or unload, so that a child can always look up names.
+class ProcessRegistry {
+ public:
+  ProcessRegistry() {
+    Platform::GuardAcrossFork(Platform::kRegistryLockRank, &m_registry, &registryForkCalls);
+  }
+  ~ProcessRegistry() { Platform::StopGuardingAcrossFork(Platform::kRegistryLockRank); }
+
+  ModuleRegistry<Mutex> m_registry;
+
+ private:
+  ProcessRegistry(const ProcessRegistry&);
+  ProcessRegistry& operator=(const ProcessRegistry&);
+};
+
+}  // namespace
+
 ModuleRegistry<Mutex>& getmoduleRegistry() {
-  static ModuleRegistry<Mutex> registry;
-  return registry;
+  static ProcessRegistry registry;
+  return registry.m_registry;
 }
 
 unsigned short LookUpModuleId(const char* name) {

@@ -11,6 +11,9 @@ namespace Heap {
 
 uint8_t initNeeded = 1;
 
+const Platform::ForkLockCalls Mutex::forkCalls = {&Mutex::Acquire, &Mutex::Release,
+                                                  &Mutex::ReleaseInChild};
+
 }  // namespace Heap
 }  // namespace Quendal
 

@@ -1,4 +1,5 @@
-// Mutexes of the library: the heap's lock and the module registry's lock.
+// POSIX mutexes of the library: the module registry's lock, and the heap's
+// lock where the system has no cheaper one.
 #ifndef QUENDAL_PLATFORM_MUTEX_H
 #define QUENDAL_PLATFORM_MUTEX_H
 
@@ -43,23 +44,6 @@ inline void UnlockMutex(pthread_mutex_t* mutex) {
 inline void DestroyMutex(pthread_mutex_t* mutex) {
   pthread_mutex_destroy(mutex);
 }
-
-// A mutex of a fixed kind that is never destroyed: the heap's lock must stay
-// usable by allocations made while the process tears down.
-template <MutexKind kind>
-class PersistentMutex {
- public:
-  PersistentMutex() { InitMutex(&m_mutex, kind); }
-  void Lock() { LockMutex(&m_mutex); }
-  void Unlock() { UnlockMutex(&m_mutex); }
-  pthread_mutex_t* Native() { return &m_mutex; }
-
- private:
-  PersistentMutex(const PersistentMutex&);
-  PersistentMutex& operator=(const PersistentMutex&);
-
-  pthread_mutex_t m_mutex;
-};
 
 }  // namespace Platform
 }  // namespace Quendal

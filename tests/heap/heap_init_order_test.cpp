@@ -1,10 +1,9 @@
 // The order of the heap's lazy initialisation, watched from the outside: the
 // thread key of the classification, the extra heap, the .mem file, then the
-// allocator's construction (its mutex) and the segment. Also a heap
+// allocator's construction (its lock) and the segment. Also a heap
 // entry called while the .mem file is read, before the pool is configured.
 #include <gtest/gtest.h>
 
-#include <dlfcn.h>
 #include <pthread.h>
 #include <string.h>
 
@@ -37,7 +36,8 @@ void Record(const std::string& event) {
 
 // The library is linked statically into this program, so its calls of these
 // two functions land here first and go on to the C library's. The heap's
-// lock is the only mutex the library creates with a type of its own.
+// lock is the first lock of the library here (the module registry is not
+// created), so building it installs the fork handlers.
 // Sanitizer runtimes create keys while they start, before dlsym can be
 // used, so the key goes straight to glibc's own entry.
 extern "C" int __pthread_key_create(pthread_key_t* key, void (*destructor)(void*));
@@ -47,11 +47,16 @@ extern "C" int pthread_key_create(pthread_key_t* key, void (*destructor)(void*))
   return __pthread_key_create(key, destructor);
 }
 
-extern "C" int pthread_mutexattr_settype(pthread_mutexattr_t* attributes, int type) throw() {
-  typedef int (*Function)(pthread_mutexattr_t*, int);
-  static Function next = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pthread_mutexattr_settype"));
-  Record("typed mutex");
-  return next(attributes, type);
+// pthread_atfork itself is a stub of the program that passes its module's
+// handle on to glibc.
+extern "C" int __register_atfork(void (*prepare)(void), void (*parent)(void), void (*child)(void),
+                                 void* module);
+extern "C" void* __dso_handle;
+
+extern "C" int pthread_atfork(void (*prepare)(void), void (*parent)(void),
+                              void (*child)(void)) throw() {
+  Record("fork handlers");
+  return __register_atfork(prepare, parent, child, &__dso_handle);
 }
 
 namespace {
@@ -79,7 +84,7 @@ TEST_F(HeapInitOrderTest, KeyThenExtraHeapThenMemFileThenAllocatorThenSegment) {
   void* block = QDHeapAlloc(32);
   recording = false;
 
-  const std::vector<std::string> expected = {"thread key", "mem file line", "typed mutex"};
+  const std::vector<std::string> expected = {"thread key", "mem file line", "fork handlers"};
   EXPECT_EQ(events, expected);
   ASSERT_EQ(Scripted::OpenedPaths().size(), 1u);
   EXPECT_EQ(Scripted::OpenedPaths()[0], "/opt/app/player.mem");

@@ -37,14 +37,6 @@ TEST(PlatformMutex, NormalKindIsNotRecursive) {
   EXPECT_EQ(TypeOf(kNormalMutex), EBUSY);
 }
 
-TEST(PlatformMutex, PersistentMutexLocksAndUnlocks) {
-  static PersistentMutex<kRecursiveMutex> mutex;
-  mutex.Lock();
-  EXPECT_EQ(pthread_mutex_trylock(mutex.Native()), 0);
-  pthread_mutex_unlock(mutex.Native());
-  mutex.Unlock();
-}
-
 struct KeyProbe {
   ThreadKey key;
   void* seen;

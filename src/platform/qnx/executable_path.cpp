@@ -1,5 +1,6 @@
 #include "platform/executable_path.h"
 
+#include <limits.h>
 #include <process.h>
 #include <string.h>
 #include <unistd.h>
