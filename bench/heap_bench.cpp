@@ -192,6 +192,32 @@ void ThreadedWarmPair(benchmark::State& state) {
   WarmPair<Heap>(state);
 }
 
+// What one lock costs a pair by itself: a heap whose allocation and release
+// do nothing but take and release an uncontended lock word the way the
+// heap's lock does (a compare-and-swap, then an exchange). Its ratio to the
+// C library's pair is the floor of any heap that takes one lock per call.
+struct LockOnlyHeap {
+  static constexpr const char* kName = "QD";
+  static int word;
+  static char block[16];
+  static void Lock() {
+    int expected = 0;
+    __atomic_compare_exchange_n(&word, &expected, 1, false, __ATOMIC_ACQUIRE, __ATOMIC_RELAXED);
+  }
+  static void Unlock() { __atomic_exchange_n(&word, 0, __ATOMIC_RELEASE); }
+  static void* Alloc(size_t) {
+    Lock();
+    Unlock();
+    return block;
+  }
+  static void Free(void*) {
+    Lock();
+    Unlock();
+  }
+};
+int LockOnlyHeap::word = 0;
+char LockOnlyHeap::block[16];
+
 template <class Heap>
 std::string Name(const char* family) {
   return std::string(family) + "/" + Heap::kName;
@@ -253,6 +279,9 @@ void RegisterAll() {
     benchmark::RegisterBenchmark(Name<CHeap>("pair_threaded").c_str(), ThreadedPair<CHeap>)
         ->Arg(size);
   }
+  benchmark::RegisterBenchmark(Name<LockOnlyHeap>("lock_floor").c_str(), ThreadedPair<LockOnlyHeap>)
+      ->Arg(16);
+  benchmark::RegisterBenchmark(Name<CHeap>("lock_floor").c_str(), ThreadedPair<CHeap>)->Arg(16);
   for (int64_t size : pooledSizes) {
     benchmark::RegisterBenchmark(Name<PoolHeap>("pair_warm_threaded").c_str(),
                                  ThreadedWarmPair<PoolHeap>)
