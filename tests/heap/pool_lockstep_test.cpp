@@ -147,8 +147,7 @@ class Lockstep {
 
   ~Lockstep() {
     for (const LiveBlock& block : m_live) {
-      m_reference.Free(block.reference);
-      m_fast.Free(block.fast);
+      Release(block);
     }
     free(m_reference.ClassTable());
     free(m_fast.ClassTable());
@@ -215,8 +214,19 @@ class Lockstep {
     LiveBlock block = m_live[which];
     m_live.erase(m_live.begin() + static_cast<std::ptrdiff_t>(which));
     CheckFill(block);
+    Release(block);
+  }
+
+  // Both pools drop a release while they have no class table (no segment
+  // yet): the overflow block stays with the test, which gives it back.
+  void Release(const LiveBlock& block) {
+    bool dropped = m_reference.ClassTable() == nullptr;
     m_reference.Free(block.reference);
     m_fast.Free(block.fast);
+    if (dropped) {
+      free(block.reference);
+      free(block.fast);
+    }
   }
 
   void ReAlloc(size_t which, size_t size) {
