@@ -626,7 +626,9 @@ ChunkHeader* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Rea
 
 template <class SegmentHeap, class OverflowHeap, class Shortcuts>
 void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::AllocFromClass(size_t size) {
-  if (size - 1 >= m_pooledLimit) {
+  // The routing limit is 0 without a class table; the second test keeps the
+  // table's absence from being dereferenced regardless.
+  if (size - 1 >= m_pooledLimit || m_classChunks == 0) {
     return 0;
   }
   uint32_t blockSize = static_cast<uint32_t>(ClassSize(size));
