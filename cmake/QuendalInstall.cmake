@@ -3,6 +3,12 @@ include(CMakePackageConfigHelpers)
 install(TARGETS Quendal EXPORT QuendalTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+# The tool comes with the package, as Quendal::quendal-mem-check for projects
+# that run it on their ".mem" files.
+if(TARGET quendal-mem-check)
+  install(TARGETS quendal-mem-check EXPORT QuendalTargets
+    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
 
 install(EXPORT QuendalTargets
   NAMESPACE Quendal::

@@ -2,8 +2,11 @@
 #include <string.h>
 
 #include "config/config_line.h"
+#include "config/config_lines.h"
 #include "config/first_call_flag.h"
+#include "config/mem_file_path.h"
 #include "config/module_limits.h"
+#include "config/pool_values.h"
 #include "platform/file.h"
 #include "quendal/config_file_reader.h"
 
@@ -11,13 +14,9 @@ namespace {
 
 using Quendal::Config::ConfigLine;
 
-const unsigned int kDefaultChunks = 650;
-const unsigned int kDefaultChunkSize = 2048;
-const unsigned int kDefaultSegSize = 1024;
-
-const int kPathBufferSize = 256;
-const char kExtension[] = ".mem";
-const int kExtensionLength = sizeof(kExtension) - 1;
+const unsigned int kDefaultChunks = Quendal::Config::kDefaultChunks;
+const unsigned int kDefaultChunkSize = Quendal::Config::kChunkSize;
+const unsigned int kDefaultSegSize = Quendal::Config::kLargestPooledSize;
 
 unsigned char g_firstCallFlag = 0;
 
@@ -39,6 +38,24 @@ void FileModuleName(const ConfigLine& parsed) {
   }
 }
 
+// What the reader does with each line: files module limits and takes the
+// chunk count of every complete pool line, so the last one stands.
+class ValueCollector : public Quendal::Config::LineVisitor {
+ public:
+  explicit ValueCollector(unsigned int& chunks) : m_chunks(chunks) {}
+
+  virtual void Visit(const char* /*line*/, const ConfigLine& parsed) {
+    if (parsed.kind == Quendal::Config::kModuleLimitLine) {
+      FileModuleName(parsed);
+    } else if (parsed.kind == Quendal::Config::kPoolLine) {
+      m_chunks = parsed.chunks;
+    }
+  }
+
+ private:
+  unsigned int& m_chunks;
+};
+
 }  // namespace
 
 namespace Quendal {
@@ -56,39 +73,23 @@ namespace ConfigFileReader {
 int ReadConfigValues(unsigned int& chunks, unsigned int& chunkSize,
                      unsigned int& segSize) QD_NOTHROW {
   g_firstCallFlag = 1;
-  char path[kPathBufferSize];
+  char path[Quendal::Config::kPathBufferSize];
   path[0] = '\0';
-  int pathLength = GetExecutablePathWithoutExtension(path, kPathBufferSize);
+  int pathLength = GetExecutablePathWithoutExtension(path, Quendal::Config::kPathBufferSize);
   chunks = kDefaultChunks;
   chunkSize = kDefaultChunkSize;
   segSize = kDefaultSegSize;
   // Without the executable's path, or when its ".mem" name would not fit the
   // buffer, there is no file to read.
-  if (pathLength < 0 || pathLength + kExtensionLength >= kPathBufferSize) {
+  if (!Quendal::Config::AppendMemExtension(path, pathLength)) {
     return 0;
   }
-  strcat(path, kExtension);
   FILE* file = Quendal::Platform::OpenFile(path, "r");
   if (file == 0) {
     return 0;
   }
-  char line[Quendal::Config::kLineBufferSize];
-  line[0] = '\0';
-  line[sizeof(line) - 1] = '\0';
-  while (Quendal::Platform::ReadLine(line, Quendal::Config::kLineBufferSize, file) != 0) {
-    ConfigLine parsed = Quendal::Config::ParseConfigLine(line);
-    if (parsed.kind == Quendal::Config::kModuleLimitLine) {
-      FileModuleName(parsed);
-    } else if (parsed.kind == Quendal::Config::kPoolLine) {
-      chunks = parsed.chunks;
-    }
-    if (!Quendal::Config::ChecksStreamAfter(parsed.kind)) {
-      continue;
-    }
-    if (Quendal::Platform::FileError(file) != 0 || Quendal::Platform::FileAtEnd(file) != 0) {
-      break;
-    }
-  }
+  ValueCollector collector(chunks);
+  Quendal::Config::WalkConfigLines(file, collector);
   Quendal::Platform::CloseFile(file);
   return 0;
 }

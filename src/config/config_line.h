@@ -29,8 +29,39 @@ enum LineKind {
   kIgnoredLine
 };
 
+// Why a line has no effect, told by the code that decides it; kHasEffect for
+// the kinds that do something (a comment is skipped on purpose, not ignored).
+enum IgnoredBecause {
+  kHasEffect,
+  kComment,
+  // Nothing but white space, or nothing at all.
+  kBlank,
+  // White space in column 1 before a pool key, a module key or "//": the
+  // keys are only recognised in column 1.
+  kLeadingSpace,
+  // A line that starts with none of "//", "MODULE_NAME" and "CHUNKS".
+  kUnknownStart,
+  // A pool line that ends before its third number.
+  kTooFewNumbers,
+  // A pool line whose text after the parsed numbers is not the next key
+  // ("CHUNK_SIZE" after the first, "SEG_SIZE" after the second).
+  kMissingPoolKey,
+  // A number of a pool line, or a module limit, that does not parse as a
+  // decimal integer.
+  kBadNumber,
+  // A module line without "LIMIT" behind its key.
+  kNoLimitKey,
+  // A module line with nothing but spaces before its first "LIMIT" (or a
+  // name that begins with "LIMIT").
+  kEmptyName
+};
+
 struct ConfigLine {
   LineKind kind;
+  IgnoredBecause ignoredBecause;
+  // Pool lines: how many of the three numbers parsed before the line was
+  // given up (3 for kPoolLine); 0 for other lines.
+  int poolNumbers;
   // kModuleLimitLine: the name inside the parsed line (not terminated there)
   // and its length, at least 1.
   const char* name;

@@ -1,6 +1,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "config/mem_file_path.h"
 #include "platform/executable_path.h"
 #include "quendal/config_file_reader.h"
 
@@ -27,19 +28,11 @@ int GetExecutablePathWithoutExtension(char* buffer, int length) QD_NOTHROW {
   }
   int result = -1;
   if (Quendal::Platform::CommandName(scratch, static_cast<size_t>(scratchSize)) != 0) {
-    // Only a path that fits whole, terminator included, is copied: a cut path
-    // would name another file, and an unterminated one could not be searched
-    // for its last dot.
+    // An unterminated path could not be searched for its last dot.
     const char* terminator =
         static_cast<const char*>(memchr(scratch, '\0', static_cast<size_t>(scratchSize)));
-    if (terminator != 0 && terminator - scratch < length) {
-      strncpy(buffer, scratch, static_cast<size_t>(length));
-      // The last dot of the whole path, directories included.
-      char* dot = strrchr(buffer, '.');
-      if (dot != 0) {
-        *dot = '\0';
-      }
-      result = static_cast<int>(strlen(buffer));
+    if (terminator != 0) {
+      result = Quendal::Config::CopyPathWithoutExtension(scratch, buffer, length);
     }
   }
   free(scratch);

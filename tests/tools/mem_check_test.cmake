@@ -1,0 +1,38 @@
+# Runs TOOL (under EMULATOR, when set) with ARGS (a list joined by "|") in
+# WORK_DIR and fails unless it exits with EXIT. Its standard output must then
+# equal the files of EXPECTED_FILES (joined by "|", concatenated) when given,
+# and contain every text of CONTAINS (joined by "|").
+cmake_minimum_required(VERSION 3.25)
+foreach(variable TOOL WORK_DIR EXIT)
+  if(NOT DEFINED ${variable})
+    message(FATAL_ERROR "${variable} is not set")
+  endif()
+endforeach()
+string(REPLACE "|" ";" args "${ARGS}")
+execute_process(COMMAND ${EMULATOR} "${TOOL}" ${args} WORKING_DIRECTORY "${WORK_DIR}"
+  RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE errors)
+if(NOT result STREQUAL "${EXIT}")
+  message(FATAL_ERROR "exit status ${result}, expected ${EXIT}\n${output}${errors}")
+endif()
+if(DEFINED EXPECTED_FILES)
+  string(REPLACE "|" ";" files "${EXPECTED_FILES}")
+  set(expected "")
+  foreach(file IN LISTS files)
+    file(READ "${file}" part)
+    string(APPEND expected "${part}")
+  endforeach()
+  if(NOT output STREQUAL expected)
+    file(WRITE "${WORK_DIR}/actual-output.txt" "${output}")
+    message(FATAL_ERROR "output differs from ${EXPECTED_FILES}\n--- got:\n${output}"
+      "--- expected:\n${expected}")
+  endif()
+endif()
+if(DEFINED CONTAINS)
+  string(REPLACE "|" ";" texts "${CONTAINS}")
+  foreach(text IN LISTS texts)
+    string(FIND "${output}" "${text}" at)
+    if(at EQUAL -1)
+      message(FATAL_ERROR "output lacks \"${text}\"\n--- got:\n${output}")
+    endif()
+  endforeach()
+endif()
