@@ -1,4 +1,4 @@
-# Runs TOOL (under EMULATOR, when set) with ARGS (a list joined by "|") in
+# Runs TOOL (under EMULATOR, a command joined by "|", when set) with ARGS (a list joined by "|") in
 # WORK_DIR and fails unless it exits with EXIT. Its standard output must then
 # equal the files of EXPECTED_FILES (joined by "|", concatenated) when given,
 # and contain every text of CONTAINS (joined by "|").
@@ -9,7 +9,8 @@ foreach(variable TOOL WORK_DIR EXIT)
   endif()
 endforeach()
 string(REPLACE "|" ";" args "${ARGS}")
-execute_process(COMMAND ${EMULATOR} "${TOOL}" ${args} WORKING_DIRECTORY "${WORK_DIR}"
+string(REPLACE "|" ";" emulator "${EMULATOR}")
+execute_process(COMMAND ${emulator} "${TOOL}" ${args} WORKING_DIRECTORY "${WORK_DIR}"
   RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE errors)
 if(NOT result STREQUAL "${EXIT}")
   message(FATAL_ERROR "exit status ${result}, expected ${EXIT}\n${output}${errors}")
