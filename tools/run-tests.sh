@@ -41,7 +41,9 @@ packages_for() {
   case $1 in
     i386) echo "g++-i686-linux-gnu qemu-user googletest" ;;
     armhf) echo "g++-arm-linux-gnueabihf qemu-user googletest" ;;
-    coverage) echo "gcovr" ;;
+    # valgrind: the memory checker tests (tests/heap/checkers) run under it.
+    default) echo "valgrind" ;;
+    coverage) echo "gcovr valgrind" ;;
     tidy) echo "clang-tidy" ;;
     format) echo "clang-format git" ;;
     fuzz) echo "clang" ;;

@@ -6,6 +6,7 @@
 #include <stddef.h>
 #include <stdlib.h>
 
+#include "platform/memory_checker.h"
 #include "quendal/extra_heap.h"
 
 namespace Quendal {
@@ -34,6 +35,16 @@ struct ExtraHeapAllocator {
 };
 
 }  // namespace Heap
+
+// The library's pool: its segment is a block of the C library's heap, which
+// a memory checker watches, and its blocks are the program's allocations.
+namespace Platform {
+template <>
+struct ShowsBlocksToMemoryCheckers<Heap::ExtraHeapAllocator> {
+  static const bool kValue = true;
+};
+}  // namespace Platform
+
 }  // namespace Quendal
 
 #endif

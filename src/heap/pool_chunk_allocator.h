@@ -25,6 +25,11 @@
 // AllPoolShortcuts. CheckPoolInvariants (pool_invariant_checker.h) checks the lists
 // and every shortcut's invariant. Not thread-safe: LockedAllocator adds the
 // lock.
+//
+// A memory checker watching the process (platform/memory_checker.h) sees
+// every block of a pool over a heap that shows its blocks to checkers as an
+// allocation of its own. While one watches, allocations skip the inline
+// fast path, so without one the release path alone pays one test of a flag.
 #ifndef QUENDAL_HEAP_POOL_CHUNK_ALLOCATOR_H
 #define QUENDAL_HEAP_POOL_CHUNK_ALLOCATOR_H
 
@@ -40,6 +45,7 @@
 #include "heap/lazy_chunk_building.h"
 #include "heap/pool_shortcuts.h"
 #include "heap/size_class.h"
+#include "platform/memory_checker.h"
 #include "util/compiler.h"
 
 namespace Quendal {
@@ -223,6 +229,8 @@ class ConfigPoolChunkAllocator {
   void UnlinkFromClass(size_t index, ChunkHeader* chunk);
   void SettleDeferredChunk();
   void Carve(ChunkHeader* chunk, uint32_t blockSize);
+  ChunkHeader* BuildNextChunk();
+  QD_NOINLINE void PushReleasedBlock(void* pointer, void* firstFree, uint32_t blockSize);
   // Pops the chunk's first free block. A parked deferred chunk is taken
   // back by this, its class's next allocation.
   QD_ALWAYS_INLINE void* TakeBlock(size_t index, ChunkHeader* chunk) {
@@ -310,6 +318,7 @@ class ConfigPoolChunkAllocator {
   DeferredChunkReturn m_deferred;
   FirstFreeIndex m_index;
   CarveRecord m_carved;
+  Platform::MemoryChecker m_checker;
 };
 
 template <class SegmentHeap, class OverflowHeap, class Shortcuts>
@@ -336,7 +345,8 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::UpdateGeome
     }
   }
   m_pooledLimit = limit;
-  m_fastLimit = Indexed() ? limit : 0;
+  // A checker sees each block handed out, which the fast path does not tell.
+  m_fastLimit = Indexed() && !m_checker.Active() ? limit : 0;
 }
 
 template <class SegmentHeap, class OverflowHeap, class Shortcuts>
@@ -363,6 +373,9 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Initialize(
     m_classTableEntries = m_classCount;
   }
   memset(m_classChunks, 0, m_classTableEntries * sizeof(ChunkHeader*));
+  if (Platform::ShowsBlocksToMemoryCheckers<SegmentHeap>::kValue) {
+    m_checker.Start(m_segment, static_cast<size_t>(m_chunkCount * m_chunkSize));
+  }
 
   uintptr_t segment = reinterpret_cast<uintptr_t>(m_segment);
   m_alignedSegment = (segment + m_chunkSize - 1) / m_chunkSize * m_chunkSize;
@@ -412,6 +425,7 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::BuildChunks
   ChunkHeader* previous = 0;
   for (uint32_t number = 0; number < built; ++number) {
     ChunkHeader* chunk = ChunkAt(m_alignedSegment + static_cast<uintptr_t>(number) * m_chunkSize);
+    m_checker.MakeAccessible(chunk, kChunkHeaderSize);
     chunk->chunkBytes = m_chunkSize;
     chunk->prevChunk = previous;
     chunk->nextChunk = 0;
@@ -439,7 +453,7 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Materialize
   while (tail != 0 && tail->nextChunk != 0) {
     tail = tail->nextChunk;
   }
-  while (ChunkHeader* chunk = m_building.BuildNext()) {
+  while (ChunkHeader* chunk = BuildNextChunk()) {
     chunk->prevChunk = tail;
     if (tail != 0) {
       tail->nextChunk = chunk;
@@ -455,6 +469,9 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Carve(Chunk
                                                                            uint32_t blockSize) {
   unsigned char* first = static_cast<unsigned char*>(FirstBlock(chunk));
   uint32_t count = static_cast<uint32_t>((chunk->chunkBytes - kChunkHeaderSize) / blockSize);
+  // The links are the pool's own writes into blocks nobody holds.
+  size_t area = chunk->chunkBytes - kChunkHeaderSize;
+  m_checker.MakeAccessible(first, area);
   chunk->freeBlocks = first;
   unsigned char* block = first;
   // Compared as signed 32-bit values: with 0 or 1 blocks only the first is
@@ -465,6 +482,7 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Carve(Chunk
     block += blockSize;
   }
   SetNextFreeBlock(block, 0);
+  m_checker.MakeInaccessible(first, area);
   if (Shortcuts::kCarveRecord) {
     m_carved.Carved(chunk, block, blockSize);
   }
@@ -476,13 +494,23 @@ template <class SegmentHeap, class OverflowHeap, class Shortcuts>
 ChunkHeader* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::TakeFreeChunk() {
   ChunkHeader* chunk = m_freeChunks;
   if (chunk == 0) {
-    return Shortcuts::kLazyBuilding ? m_building.BuildNext() : 0;
+    return Shortcuts::kLazyBuilding ? BuildNextChunk() : 0;
   }
   m_freeChunks = chunk->nextChunk;
   if (m_freeChunks != 0) {
     m_freeChunks->prevChunk = 0;
   }
   return chunk;
+}
+
+// The next chunk not yet built gets its header, which stays open to the
+// pool from then on.
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+ChunkHeader* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::BuildNextChunk() {
+  if (m_building.Unbuilt() != 0) {
+    m_checker.MakeAccessible(ChunkAt(m_building.Next()), kChunkHeaderSize);
+  }
+  return m_building.BuildNext();
 }
 
 template <class SegmentHeap, class OverflowHeap, class Shortcuts>
@@ -640,7 +668,12 @@ void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::AllocFromC
       return 0;
     }
   }
-  return TakeBlock(index, chunk);
+  // TakeBlock reads the free block's link; the block then goes to the
+  // program with the size it asked for.
+  m_checker.MakeAccessible(chunk->freeBlocks, sizeof(void*));
+  void* block = TakeBlock(index, chunk);
+  m_checker.BlockHandedOut(block, size, blockSize);
+  return block;
 }
 
 // The release fast path: push the block; a chunk that was full joins the
@@ -658,13 +691,18 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Release(voi
   uint32_t blockSize = chunk->blockSize;
   // A late second release of a block whose chunk is already free again.
   if (QD_UNLIKELY(usedBlocks == 0) && (blockSize == 0 || chunk == DeferredChunk())) {
+    m_checker.BlockReleased(pointer, 0);
     return;
   }
   void* firstFree = chunk->freeBlocks;
   if (Shortcuts::kCarveRecord) {
     m_carved.BlockGivenBack(chunk, pointer);
   }
-  SetNextFreeBlock(pointer, firstFree);
+  if (QD_UNLIKELY(m_checker.Active())) {
+    PushReleasedBlock(pointer, firstFree, blockSize);
+  } else {
+    SetNextFreeBlock(pointer, firstFree);
+  }
   chunk->freeBlocks = pointer;
   --usedBlocks;
   chunk->usedBlocks = usedBlocks;
@@ -681,6 +719,17 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Release(voi
     return;
   }
   ReturnChunk(chunk, index);
+}
+
+// Release's link write, seen by a checker: the block leaves the program
+// before the pool writes its link into it.
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::PushReleasedBlock(
+    void* pointer, void* firstFree, uint32_t blockSize) {
+  m_checker.BlockReleased(pointer, blockSize);
+  m_checker.MakeAccessible(pointer, sizeof(void*));
+  SetNextFreeBlock(pointer, firstFree);
+  m_checker.MakeInaccessible(pointer, sizeof(void*));
 }
 
 // The chunk is empty: it leaves its class for the front of the free chunk
@@ -731,6 +780,8 @@ void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReAlloc(vo
     block = OverflowHeap::Alloc(size);
   }
   if (block != 0) {
+    // The copy reads the old block's class size: the pool's own read.
+    m_checker.BlockCopied(pointer, copied);
     memcpy(block, pointer, copied);
   }
   // The old block goes even when no new one was obtained.
