@@ -73,20 +73,24 @@ void WriteHeapStatsText(FILE* stream, const QDHeapStats& stats) {
           static_cast<unsigned long long>(stats.exhaustedRequests),
           static_cast<unsigned long long>(stats.largeRequests));
   fprintf(stream, "class  block bytes  chunks  blocks in use  block capacity\n");
+  uint32_t rows = 0;
   for (uint32_t index = 0; index < stats.classCount; ++index) {
     const QDHeapClassStats& entry = stats.classes[index];
     if (entry.chunks == 0) {
       continue;
     }
+    ++rows;
     fprintf(stream, "%5lu  %11lu  %6lu  %13lu  %14lu\n", static_cast<unsigned long>(index),
             static_cast<unsigned long>(entry.blockSize), static_cast<unsigned long>(entry.chunks),
             static_cast<unsigned long>(entry.usedBlocks),
             static_cast<unsigned long>(entry.blockCapacity));
   }
+  if (rows == 0) {
+    fprintf(stream, "(no class holds a chunk now)\n");
+  }
+  // The peak cannot show what the extra heap served instead.
   if (stats.exhaustedRequests != 0) {
-    fprintf(
-        stream,
-        "the pool ran out of chunks: the peak below is what it held, not what the run needed\n");
+    fprintf(stream, "the pool ran out of chunks: this run needed more than the CHUNKS below\n");
   }
   fprintf(stream, "CHUNKS %lu would have held the peak of this run\n",
           static_cast<unsigned long>(ChunksForPeak(stats)));
