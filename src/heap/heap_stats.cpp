@@ -47,7 +47,7 @@ size_t FilledBytes(uint32_t size) {
   if (size > wideStart && size < wideEnd) {
     return wideStart + (size - wideStart) / 8 * 8;
   }
-  return size / 4 * 4;
+  return static_cast<size_t>(size) / 4 * 4;
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <string.h>
 
 #include "heap/chunk_header.h"
+#include "heap/pool_chunk_allocator.h"
 #include "quendal/heap_stats.h"
 
 namespace Quendal {
