@@ -1,7 +1,8 @@
 // A process that gets its memory from libQuendal: player.bin reads player.mem
 // from its own directory on the first heap call, then allocates inside module
-// scopes and prints what it did, the names the module-name log kept and the
-// memory report.
+// scopes and prints what it did, the names the module-name log kept, the
+// memory report and the heap's statistics.
+#include <quendal/heap_stats.h>
 #include <quendal/quendal.h>
 #include <unistd.h>
 
@@ -79,6 +80,10 @@ int main() {
   // This build records no allocations: the report shows the facility flags,
   // no rows and four zero sums.
   AllocMemoryTable::dumpModules(stdout, 0);
+  // What the pool holds with the first block still out, its peak, and the
+  // CHUNKS that would have been enough for this run (docs/statistics.md).
+  std::fflush(stdout);
+  QDHeapWriteStats(stdout);
   QDHeapFree(first);
   return 0;
 }

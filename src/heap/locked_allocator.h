@@ -48,6 +48,15 @@ class LockedAllocator {
     return block;
   }
 
+  // Calls reader(pool) under the lock, for a snapshot no other thread
+  // changes while it is read.
+  template <class Reader>
+  void Inspect(Reader& reader) {
+    bool locked = Lock();
+    reader(static_cast<const Pool&>(m_pool));
+    Unlock(locked);
+  }
+
   Pool& GetPool() { return m_pool; }
   MutexType& GetMutex() { return m_mutex; }
 

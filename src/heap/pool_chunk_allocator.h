@@ -43,9 +43,11 @@
 #include "heap/deferred_chunk_return.h"
 #include "heap/first_free_index.h"
 #include "heap/lazy_chunk_building.h"
+#include "heap/pool_counters.h"
 #include "heap/pool_shortcuts.h"
 #include "heap/size_class.h"
 #include "platform/memory_checker.h"
+#include "quendal/heap_stats.h"
 #include "util/compiler.h"
 
 namespace Quendal {
@@ -53,6 +55,8 @@ namespace Heap {
 
 template <class Pool>
 const char* CheckPoolInvariants(const Pool& pool);
+template <class Pool>
+void ReadPoolStats(const Pool& pool, QDHeapStats& stats);
 
 template <class SegmentHeap, class OverflowHeap, class Shortcuts = AllPoolShortcuts>
 class ConfigPoolChunkAllocator {
@@ -204,6 +208,8 @@ class ConfigPoolChunkAllocator {
  private:
   template <class Pool>
   friend const char* CheckPoolInvariants(const Pool& pool);
+  template <class Pool>
+  friend void ReadPoolStats(const Pool& pool, QDHeapStats& stats);
 
   ConfigPoolChunkAllocator(const ConfigPoolChunkAllocator&);
   ConfigPoolChunkAllocator& operator=(const ConfigPoolChunkAllocator&);
@@ -216,7 +222,16 @@ class ConfigPoolChunkAllocator {
     if (block != 0) {
       return block;
     }
+    m_counters.Overflowed(IsPooledSize(size));
     return OverflowHeap::Alloc(size);
+  }
+  // True when the classes serve size, so that only a missing chunk sends it
+  // to OverflowHeap; without a segment, when the configuration would pool it.
+  bool IsPooledSize(size_t size) const {
+    if (m_segment == 0) {
+      return size - 1 < m_maxBlockSize;
+    }
+    return size - 1 < m_pooledLimit;
   }
   void* AllocFromClass(size_t size);
   ChunkHeader* FirstChunkWithAFreeBlock(size_t index) const;
@@ -239,6 +254,9 @@ class ConfigPoolChunkAllocator {
     chunk->freeBlocks = next;
     uint16_t usedBlocks = chunk->usedBlocks;
     chunk->usedBlocks = static_cast<uint16_t>(usedBlocks + 1);
+    // Taking a parked chunk back brings the free chunk count down to what it
+    // was before the chunk was parked (nothing else changes the count while
+    // a chunk is parked), never to a new low: the fast path counts nothing.
     if (Shortcuts::kDeferredReturn && QD_UNLIKELY(usedBlocks == 0) && chunk == m_deferred.Chunk()) {
       m_deferred.Clear();
       --m_freeChunkCount;
@@ -319,6 +337,7 @@ class ConfigPoolChunkAllocator {
   FirstFreeIndex m_index;
   CarveRecord m_carved;
   Platform::MemoryChecker m_checker;
+  PoolCounters m_counters;
 };
 
 template <class SegmentHeap, class OverflowHeap, class Shortcuts>
@@ -621,6 +640,7 @@ ChunkHeader* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Ass
     Carve(chunk, blockSize);
   }
   --m_freeChunkCount;
+  m_counters.FreeChunksFell(m_freeChunkCount);
   AppendToClass(index, chunk);
   if (Indexed()) {
     m_index.Insert(index, chunk);
@@ -646,6 +666,7 @@ ChunkHeader* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Rea
     Carve(chunk, blockSize);
   }
   --m_freeChunkCount;
+  m_counters.FreeChunksFell(m_freeChunkCount);
   if (Indexed()) {
     m_index.Insert(index, chunk);
   }
@@ -777,6 +798,7 @@ void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReAlloc(vo
   size_t copied = oldSize < size ? oldSize : size;
   void* block = AllocFromClass(size);
   if (block == 0) {
+    m_counters.Overflowed(IsPooledSize(size));
     block = OverflowHeap::Alloc(size);
   }
   if (block != 0) {

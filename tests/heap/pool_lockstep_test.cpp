@@ -3,8 +3,9 @@
 // allocations, releases and reallocations. After every operation both must
 // have returned the same block (the same offset in their segments, or the
 // same overflow block), made the same calls into their backing heaps, and
-// read the same to a caller; both must pass the invariant checker, and every
-// live block must still hold what was written into it.
+// read the same to a caller, with the same statistics; both must pass the
+// invariant checker, and every live block must still hold what was written
+// into it.
 #include <gtest/gtest.h>
 
 #include <stdint.h>
@@ -19,6 +20,7 @@
 
 #include "heap/pool_chunk_allocator.h"
 #include "heap/pool_invariant_checker.h"
+#include "heap/pool_stats.h"
 
 namespace QuendalTest {
 namespace {
@@ -320,6 +322,7 @@ class Lockstep {
     ASSERT_EQ(Place(m_fast.FreeChunks(), fastSegment),
               Place(m_reference.FreeChunks(), referenceSegment))
         << "first free chunk at step " << m_step;
+    CompareStats();
     if (m_reference.ClassTable() == nullptr) {
       return;
     }
@@ -327,6 +330,31 @@ class Lockstep {
       ASSERT_EQ(Place(m_fast.ClassChunk(index), fastSegment),
                 Place(m_reference.ClassChunk(index), referenceSegment))
           << "first chunk of class " << index << " at step " << m_step;
+    }
+  }
+
+  // The statistics count on the slow paths only, and the shortcuts take
+  // some of those away (a parked chunk is taken back on the fast path): the
+  // snapshot must still read as the plain algorithm's.
+  void CompareStats() {
+    QDHeapStats reference;
+    QDHeapStats fast;
+    Quendal::Heap::ReadPoolStats(m_reference, reference);
+    Quendal::Heap::ReadPoolStats(m_fast, fast);
+    ASSERT_EQ(fast.freeChunks, reference.freeChunks) << "step " << m_step;
+    ASSERT_EQ(fast.lowestFreeChunks, reference.lowestFreeChunks) << "step " << m_step;
+    ASSERT_EQ(fast.lostChunks, reference.lostChunks) << "step " << m_step;
+    ASSERT_EQ(fast.exhaustedRequests, reference.exhaustedRequests) << "step " << m_step;
+    ASSERT_EQ(fast.largeRequests, reference.largeRequests) << "step " << m_step;
+    ASSERT_EQ(fast.classCount, reference.classCount) << "step " << m_step;
+    for (uint32_t index = 0; index < reference.classCount; ++index) {
+      const QDHeapClassStats& expected = reference.classes[index];
+      const QDHeapClassStats& actual = fast.classes[index];
+      ASSERT_EQ(actual.chunks, expected.chunks) << "class " << index << " at step " << m_step;
+      ASSERT_EQ(actual.usedBlocks, expected.usedBlocks)
+          << "class " << index << " at step " << m_step;
+      ASSERT_EQ(actual.blockCapacity, expected.blockCapacity)
+          << "class " << index << " at step " << m_step;
     }
   }
 

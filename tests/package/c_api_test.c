@@ -1,5 +1,7 @@
-/* The heap interface used from C: every entry, compiled as C99. */
+/* The heap interface used from C: every entry, compiled as C99, and the
+ * statistics. */
 #include <quendal/heap.h>
+#include <quendal/heap_stats.h>
 
 #include <stdio.h>
 #include <string.h>
@@ -17,6 +19,7 @@ int main(void) {
   char* block;
   char* moved;
   void* extra;
+  QDHeapStats stats;
 
   Check(QDHeapInit() == 1, "QDHeapInit returns 1");
   Check(QDHeapTotalSize() == 0, "QDHeapTotalSize is 0");
@@ -37,6 +40,14 @@ int main(void) {
   Check(extra != NULL, "QDExtraHeapReAlloc");
   QDExtraHeapFree(extra);
   QDExtraHeapFree(NULL);
+
+  stats.size = sizeof stats;
+  Check(QDHeapGetStats(&stats) == QD_HEAP_STATS_OK, "QDHeapGetStats");
+  Check(stats.chunkSize == 2048 && stats.classCount == QD_HEAP_STATS_CLASSES,
+        "QDHeapGetStats fills the chunk size and every class");
+  Check(stats.largeRequests == 1, "QDHeapGetStats counts the 2000-byte request");
+  Check(QDHeapGetStats(NULL) == QD_HEAP_STATS_NULL_POINTER, "QDHeapGetStats(NULL)");
+  QDHeapWriteStats(NULL);
 
   Check(QDHeapDeInit() == 1, "QDHeapDeInit returns 1");
   my_unload();

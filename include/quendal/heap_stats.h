@@ -1,0 +1,92 @@
+/* Statistics of the heap: how many chunks the pool has, how few were ever
+ * free, what each size class holds, and how many requests the extra heap
+ * served instead of the pool. Compiles as C and as C++. How to read them and
+ * how to size CHUNKS from them: docs/statistics.md. */
+#ifndef QUENDAL_HEAP_STATS_H
+#define QUENDAL_HEAP_STATS_H
+
+#include <stdint.h>
+#include <stdio.h>
+
+#include "quendal/export.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Entries of QDHeapStats.classes: the 128 classes of 8 to 1024 bytes that
+ * every process's pool has. */
+#define QD_HEAP_STATS_CLASSES 128
+
+/* Results of QDHeapGetStats. */
+#define QD_HEAP_STATS_OK 0
+#define QD_HEAP_STATS_NULL_POINTER 1
+#define QD_HEAP_STATS_UNKNOWN_SIZE 2
+
+/* One size class, counted over the chunks on its list when the snapshot was
+ * taken. */
+typedef struct QDHeapClassStats {
+  /* The class's block size in bytes: (index + 1) * 8. */
+  uint32_t blockSize;
+  /* Chunks the class holds. */
+  uint32_t chunks;
+  /* Blocks handed out and not yet released. */
+  uint32_t usedBlocks;
+  /* Blocks its chunks hold in all, used or free. */
+  uint32_t blockCapacity;
+} QDHeapClassStats;
+
+/* A snapshot of the heap. The structure grows only at its end: a caller
+ * built against an older, shorter version sets size to its own
+ * sizeof(QDHeapStats) and gets the fields it knows. Every counter runs from
+ * the heap's first initialisation. */
+typedef struct QDHeapStats {
+  /* Set by the caller before the call: sizeof(QDHeapStats). Never written. */
+  uint32_t size;
+  /* The CHUNKS of the .mem file (default 650), and the chunk size, 2048. */
+  uint32_t chunkCount;
+  uint32_t chunkSize;
+  /* Chunks of chunkCount the segment could not hold: 1 when aligning the
+   * segment to the chunk size cost its last chunk, else 0. They count as
+   * free in freeChunks and lowestFreeChunks although no request can get
+   * them. */
+  uint32_t lostChunks;
+  /* Free chunks now, and the fewest there ever were (the low-water mark).
+   * Peak chunks in use = chunkCount - lowestFreeChunks. */
+  uint32_t freeChunks;
+  uint32_t lowestFreeChunks;
+  /* Requests of pooled size the extra heap served because no chunk was
+   * left for their class (or the pool has no segment). */
+  uint64_t exhaustedRequests;
+  /* Requests above the largest pooled size (1024 bytes), all served by the
+   * extra heap. A reallocation of a block outside the pool counts in
+   * neither: it stays in the extra heap by rule. */
+  uint64_t largeRequests;
+  /* Entries of classes written: the pool's classes (128), or fewer when
+   * size leaves room for fewer entries. Entry k is the class of (k + 1) * 8
+   * bytes. */
+  uint32_t classCount;
+  QDHeapClassStats classes[QD_HEAP_STATS_CLASSES];
+} QDHeapStats;
+
+/* Fills stats with a consistent snapshot taken under the heap's lock,
+ * initialising the heap first when no heap entry has yet. Only the fields
+ * that lie wholly within the first stats->size bytes are written (so only
+ * the class entries that fit, classCount telling how many); the others keep
+ * their values. Returns QD_HEAP_STATS_OK, QD_HEAP_STATS_NULL_POINTER for a
+ * null stats, or QD_HEAP_STATS_UNKNOWN_SIZE when size is below the end of
+ * chunkCount or above sizeof(QDHeapStats) (nothing is written then). Calls
+ * no allocator once the heap is initialised. */
+QD_EXPORT int QDHeapGetStats(QDHeapStats* stats) QD_NOTHROW;
+
+/* Writes the same snapshot as text for a person to read: a header, the
+ * counters, a table of the classes that hold chunks, and last a line
+ * "CHUNKS <n> would have held the peak of this run". A null stream is
+ * ignored. Writes with fprintf only and allocates nothing itself. */
+QD_EXPORT void QDHeapWriteStats(FILE* stream) QD_NOTHROW;
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,141 @@
+// The exported statistics entries and their text.
+#include <stddef.h>
+#include <string.h>
+
+#include "heap/heap_stats_text.h"
+#include "heap/pool_stats.h"
+#include "heap/the_heap.h"
+#include "quendal/heap.h"
+#include "quendal/heap_stats.h"
+#include "util/compiler.h"
+
+namespace Quendal {
+namespace Heap {
+
+namespace {
+
+// Takes the snapshot under the heap's lock.
+struct StatsReader {
+  explicit StatsReader(QDHeapStats& stats) : m_stats(stats) {}
+  void operator()(const Pool& pool) { ReadPoolStats(pool, m_stats); }
+  QDHeapStats& m_stats;
+};
+
+void TakeSnapshot(QDHeapStats& stats) {
+  StatsReader reader(stats);
+  TheHeap::getInstance(true)->Inspect(reader);
+}
+
+// FilledBytes relies on this layout: no padding anywhere before classes.
+typedef char WideFieldsStartOnAMultipleOf8[offsetof(QDHeapStats, exhaustedRequests) == 24 ? 1 : -1];
+typedef char ClassesFollowClassCount[offsetof(QDHeapStats, classes) == 44 ? 1 : -1];
+
+// The end of the last field that lies wholly within the first size bytes;
+// size is at least the end of chunkCount. The fields before classes are all
+// 4 or 8 bytes wide and the 8-byte ones start on a multiple of 8.
+size_t FilledBytes(uint32_t size) {
+  const size_t classesStart = offsetof(QDHeapStats, classes);
+  if (size >= classesStart) {
+    size_t entries = (size - classesStart) / sizeof(QDHeapClassStats);
+    if (entries > QD_HEAP_STATS_CLASSES) {
+      entries = QD_HEAP_STATS_CLASSES;
+    }
+    return classesStart + entries * sizeof(QDHeapClassStats);
+  }
+  const size_t wideStart = offsetof(QDHeapStats, exhaustedRequests);
+  const size_t wideEnd = offsetof(QDHeapStats, classCount);
+  if (size > wideStart && size < wideEnd) {
+    return wideStart + (size - wideStart) / 8 * 8;
+  }
+  return static_cast<size_t>(size) / 4 * 4;
+}
+
+}  // namespace
+
+uint32_t ChunksForPeak(const QDHeapStats& stats) {
+  uint32_t peak = stats.chunkCount - stats.lowestFreeChunks;
+  return peak + stats.lostChunks;
+}
+
+void WriteHeapStatsText(FILE* stream, const QDHeapStats& stats) {
+  unsigned long peak = static_cast<unsigned long>(stats.chunkCount - stats.lowestFreeChunks);
+  fprintf(stream, "libQuendal heap statistics\n");
+  fprintf(stream, "chunks:           %lu of %lu bytes, %lu of them lost to aligning the segment\n",
+          static_cast<unsigned long>(stats.chunkCount), static_cast<unsigned long>(stats.chunkSize),
+          static_cast<unsigned long>(stats.lostChunks));
+  fprintf(stream, "free chunks:      %lu now, %lu at the fewest\n",
+          static_cast<unsigned long>(stats.freeChunks),
+          static_cast<unsigned long>(stats.lowestFreeChunks));
+  fprintf(stream, "peak chunks used: %lu\n", peak);
+  fprintf(stream,
+          "to the extra heap: %llu requests of pooled size with no chunk left, %llu above the "
+          "pooled size\n",
+          static_cast<unsigned long long>(stats.exhaustedRequests),
+          static_cast<unsigned long long>(stats.largeRequests));
+  fprintf(stream, "class  block bytes  chunks  blocks in use  block capacity\n");
+  uint32_t rows = 0;
+  for (uint32_t index = 0; index < stats.classCount; ++index) {
+    const QDHeapClassStats& entry = stats.classes[index];
+    if (entry.chunks == 0) {
+      continue;
+    }
+    ++rows;
+    fprintf(stream, "%5lu  %11lu  %6lu  %13lu  %14lu\n", static_cast<unsigned long>(index),
+            static_cast<unsigned long>(entry.blockSize), static_cast<unsigned long>(entry.chunks),
+            static_cast<unsigned long>(entry.usedBlocks),
+            static_cast<unsigned long>(entry.blockCapacity));
+  }
+  if (rows == 0) {
+    fprintf(stream, "(no class holds a chunk now)\n");
+  }
+  // The peak cannot show what the extra heap served instead.
+  if (stats.exhaustedRequests != 0) {
+    fprintf(stream, "the pool ran out of chunks: this run needed more than the CHUNKS below\n");
+  }
+  fprintf(stream, "CHUNKS %lu would have held the peak of this run\n",
+          static_cast<unsigned long>(ChunksForPeak(stats)));
+}
+
+}  // namespace Heap
+}  // namespace Quendal
+
+using Quendal::Heap::initNeeded;
+
+extern "C" int QDHeapGetStats(QDHeapStats* stats) QD_NOTHROW {
+  if (QD_UNLIKELY(initNeeded)) {
+    QDHeapInit();
+  }
+  if (stats == 0) {
+    return QD_HEAP_STATS_NULL_POINTER;
+  }
+  uint32_t size = stats->size;
+  if (size < offsetof(QDHeapStats, chunkCount) + sizeof stats->chunkCount ||
+      size > sizeof(QDHeapStats)) {
+    return QD_HEAP_STATS_UNKNOWN_SIZE;
+  }
+  QDHeapStats snapshot;
+  Quendal::Heap::TakeSnapshot(snapshot);
+  size_t filled = Quendal::Heap::FilledBytes(size);
+  size_t room = filled > offsetof(QDHeapStats, classes)
+                    ? (filled - offsetof(QDHeapStats, classes)) / sizeof(QDHeapClassStats)
+                    : 0;
+  if (room < snapshot.classCount) {
+    snapshot.classCount = static_cast<uint32_t>(room);
+  }
+  const size_t first = offsetof(QDHeapStats, chunkCount);
+  memcpy(reinterpret_cast<unsigned char*>(stats) + first,
+         reinterpret_cast<const unsigned char*>(&snapshot) + first, filled - first);
+  return QD_HEAP_STATS_OK;
+}
+
+extern "C" void QDHeapWriteStats(FILE* stream) QD_NOTHROW {
+  if (QD_UNLIKELY(initNeeded)) {
+    QDHeapInit();
+  }
+  if (stream == 0) {
+    return;
+  }
+  QDHeapStats snapshot;
+  Quendal::Heap::TakeSnapshot(snapshot);
+  Quendal::Heap::WriteHeapStatsText(stream, snapshot);
+}

@@ -1,0 +1,301 @@
+// The pool's statistics snapshot and its text, over scripted backing heaps:
+// what a class holds after known sequences, the low-water mark of free
+// chunks, the requests routed to the overflow heap and the CHUNKS sizing
+// line for aligned and misaligned segments.
+#include <gtest/gtest.h>
+
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+#include <string>
+#include <vector>
+
+#include "heap/heap_stats_text.h"
+#include "heap/pool_fixture.h"
+#include "heap/pool_stats.h"
+
+namespace {
+
+using namespace QuendalTest;
+using Quendal::Heap::ChunksForPeak;
+using Quendal::Heap::ReadPoolStats;
+using Quendal::Heap::WriteHeapStatsText;
+
+class PoolStatsTest : public PoolTest {
+ protected:
+  QDHeapStats Stats() {
+    QDHeapStats stats;
+    ReadPoolStats(pool, stats);
+    return stats;
+  }
+
+  std::string Text() {
+    QDHeapStats stats = Stats();
+    char* buffer = nullptr;
+    size_t length = 0;
+    FILE* stream = open_memstream(&buffer, &length);
+    WriteHeapStatsText(stream, stats);
+    fclose(stream);
+    std::string text(buffer, length);
+    free(buffer);
+    return text;
+  }
+
+  static std::string LastLine(const std::string& text) {
+    size_t end = text.size() - 1;
+    size_t start = text.rfind('\n', end - 1);
+    return text.substr(start + 1, end - start - 1);
+  }
+
+  // Takes count chunks with one 1024-byte block each.
+  std::vector<void*> TakeChunks(size_t count) {
+    std::vector<void*> blocks;
+    for (size_t k = 0; k < count; ++k) {
+      blocks.push_back(pool.Alloc(1024));
+    }
+    return blocks;
+  }
+};
+
+TEST_F(PoolStatsTest, AFreshPoolHasEveryChunkFreeAndNoClassChunks) {
+  Build(8);
+  QDHeapStats stats = Stats();
+  EXPECT_EQ(stats.size, sizeof(QDHeapStats));
+  EXPECT_EQ(stats.chunkCount, 8u);
+  EXPECT_EQ(stats.chunkSize, kChunk);
+  EXPECT_EQ(stats.lostChunks, 0u);
+  EXPECT_EQ(stats.freeChunks, 8u);
+  EXPECT_EQ(stats.lowestFreeChunks, 8u);
+  EXPECT_EQ(stats.exhaustedRequests, 0u);
+  EXPECT_EQ(stats.largeRequests, 0u);
+  ASSERT_EQ(stats.classCount, 128u);
+  for (uint32_t index = 0; index < stats.classCount; ++index) {
+    EXPECT_EQ(stats.classes[index].blockSize, (index + 1) * 8);
+    EXPECT_EQ(stats.classes[index].chunks, 0u);
+    EXPECT_EQ(stats.classes[index].usedBlocks, 0u);
+    EXPECT_EQ(stats.classes[index].blockCapacity, 0u);
+  }
+}
+
+TEST_F(PoolStatsTest, FillingAClassCountsItsChunksBlocksAndCapacity) {
+  Build(8);
+  std::vector<void*> blocks;
+  for (size_t k = 0; k < kEightByteBlocks; ++k) {
+    blocks.push_back(pool.Alloc(8));
+  }
+  QDHeapStats stats = Stats();
+  EXPECT_EQ(stats.classes[0].chunks, 1u);
+  EXPECT_EQ(stats.classes[0].usedBlocks, kEightByteBlocks);
+  EXPECT_EQ(stats.classes[0].blockCapacity, kEightByteBlocks);
+  EXPECT_EQ(stats.freeChunks, 7u);
+
+  blocks.push_back(pool.Alloc(5));
+  void* sixteen = pool.Alloc(16);
+  stats = Stats();
+  EXPECT_EQ(stats.classes[0].chunks, 2u);
+  EXPECT_EQ(stats.classes[0].usedBlocks, kEightByteBlocks + 1);
+  EXPECT_EQ(stats.classes[0].blockCapacity, 2 * kEightByteBlocks);
+  EXPECT_EQ(stats.classes[1].chunks, 1u);
+  EXPECT_EQ(stats.classes[1].usedBlocks, 1u);
+  EXPECT_EQ(stats.classes[1].blockCapacity, (kChunk - kChunkHeaderSize) / 16);
+  EXPECT_EQ(stats.freeChunks, 5u);
+  EXPECT_EQ(stats.lowestFreeChunks, 5u);
+  EXPECT_EQ(stats.exhaustedRequests, 0u);
+
+  pool.Free(blocks[3]);
+  EXPECT_EQ(Stats().classes[0].usedBlocks, kEightByteBlocks);
+  pool.Free(sixteen);
+  for (size_t k = 0; k < blocks.size(); ++k) {
+    if (k != 3) {
+      pool.Free(blocks[k]);
+    }
+  }
+  EXPECT_TRUE(PoolIsConsistent(pool));
+}
+
+// The chunk emptied last may still sit on its class list with its return
+// deferred: it is free, and its class holds no chunk.
+TEST_F(PoolStatsTest, AnEmptiedChunkIsFreeAtOnce) {
+  Build(4);
+  void* block = pool.Alloc(8);
+  pool.Free(block);
+  QDHeapStats stats = Stats();
+  EXPECT_EQ(stats.classes[0].chunks, 0u);
+  EXPECT_EQ(stats.classes[0].usedBlocks, 0u);
+  EXPECT_EQ(stats.classes[0].blockCapacity, 0u);
+  EXPECT_EQ(stats.freeChunks, 4u);
+  EXPECT_EQ(stats.lowestFreeChunks, 3u);
+
+  // Taken back by its class: not a new low.
+  block = pool.Alloc(8);
+  stats = Stats();
+  EXPECT_EQ(stats.classes[0].chunks, 1u);
+  EXPECT_EQ(stats.freeChunks, 3u);
+  EXPECT_EQ(stats.lowestFreeChunks, 3u);
+  pool.Free(block);
+}
+
+TEST_F(PoolStatsTest, TheLowWaterMarkKeepsTheFewestFreeChunks) {
+  Build(10);
+  std::vector<void*> blocks = TakeChunks(4);
+  for (void* block : blocks) {
+    pool.Free(block);
+  }
+  QDHeapStats stats = Stats();
+  EXPECT_EQ(stats.freeChunks, 10u);
+  EXPECT_EQ(stats.lowestFreeChunks, 6u);
+
+  blocks = TakeChunks(2);
+  stats = Stats();
+  EXPECT_EQ(stats.freeChunks, 8u);
+  EXPECT_EQ(stats.lowestFreeChunks, 6u);
+  blocks.push_back(pool.Alloc(1000));
+  for (void* block : TakeChunks(3)) {
+    blocks.push_back(block);
+  }
+  EXPECT_EQ(Stats().lowestFreeChunks, 4u);
+  for (void* block : blocks) {
+    pool.Free(block);
+  }
+  EXPECT_EQ(Stats().freeChunks, 10u);
+  EXPECT_EQ(Stats().lowestFreeChunks, 4u);
+}
+
+TEST_F(PoolStatsTest, AnExhaustedPoolCountsRequestsOfPooledSizeWithNoChunkLeft) {
+  Build(3);
+  std::vector<void*> blocks = TakeChunks(3);
+  void* eight = pool.Alloc(8);
+  EXPECT_FALSE(pool.Owns(eight));
+  void* largest = pool.Alloc(1024);
+  EXPECT_FALSE(pool.Owns(largest));
+  QDHeapStats stats = Stats();
+  EXPECT_EQ(stats.freeChunks, 0u);
+  EXPECT_EQ(stats.lowestFreeChunks, 0u);
+  EXPECT_EQ(stats.exhaustedRequests, 2u);
+  EXPECT_EQ(stats.largeRequests, 0u);
+  EXPECT_EQ(stats.classes[127].chunks, 3u);
+  EXPECT_EQ(stats.classes[127].usedBlocks, 3u);
+  EXPECT_EQ(stats.classes[127].blockCapacity, 3u);
+
+  // A pooled block moved by a reallocation that finds no chunk either.
+  void* moved = pool.ReAlloc(blocks[0], 600);
+  EXPECT_FALSE(pool.Owns(moved));
+  EXPECT_EQ(Stats().exhaustedRequests, 3u);
+  pool.Free(moved);
+  pool.Free(blocks[1]);
+  pool.Free(blocks[2]);
+  pool.Free(eight);
+  pool.Free(largest);
+  EXPECT_EQ(Stats().freeChunks, 3u);
+  EXPECT_EQ(Stats().lowestFreeChunks, 0u);
+}
+
+TEST_F(PoolStatsTest, RequestsAboveThePooledSizeCountAsLarge) {
+  Build(4);
+  void* large = pool.Alloc(1025);
+  void* pooled = pool.Alloc(24);
+  void* moved = pool.ReAlloc(pooled, 5000);
+  // A block of the overflow heap stays there: not counted again.
+  void* grown = pool.ReAlloc(moved, 6000);
+  QDHeapStats stats = Stats();
+  EXPECT_EQ(stats.largeRequests, 2u);
+  EXPECT_EQ(stats.exhaustedRequests, 0u);
+  EXPECT_EQ(stats.classes[2].chunks, 0u);
+  EXPECT_EQ(stats.lowestFreeChunks, 3u);
+  pool.Free(large);
+  pool.Free(grown);
+}
+
+// A pool whose segment request failed serves everything from the overflow
+// heap: pooled sizes count as finding no chunk.
+TEST_F(PoolStatsTest, WithoutASegmentPooledSizesFindNoChunk) {
+  pool.Configure(4, kChunk, 1024);
+  // Each allocation retries the segment request.
+  for (int attempt = 0; attempt < 4; ++attempt) {
+    ScriptedSegmentHeap::QueueFailure();
+  }
+  pool.Initialize();
+  void* small = pool.Alloc(8);
+  void* largest = pool.Alloc(1024);
+  void* large = pool.Alloc(1025);
+  QDHeapStats stats = Stats();
+  EXPECT_EQ(stats.exhaustedRequests, 2u);
+  EXPECT_EQ(stats.largeRequests, 1u);
+  EXPECT_EQ(stats.classCount, 0u);
+  EXPECT_EQ(pool.Segment(), nullptr);
+  free(small);
+  free(largest);
+  free(large);
+}
+
+TEST_F(PoolStatsTest, SizingLineOfAnAlignedSegmentIsThePeakInUse) {
+  Build(6, 0);
+  std::vector<void*> blocks = TakeChunks(5);
+  for (void* block : blocks) {
+    pool.Free(block);
+  }
+  QDHeapStats stats = Stats();
+  EXPECT_EQ(stats.lostChunks, 0u);
+  EXPECT_EQ(stats.lowestFreeChunks, 1u);
+  EXPECT_EQ(ChunksForPeak(stats), 5u);
+  std::string text = Text();
+  EXPECT_NE(text.find("\n(no class holds a chunk now)\n"), std::string::npos) << text;
+  EXPECT_EQ(LastLine(text), "CHUNKS 5 would have held the peak of this run");
+}
+
+// Aligning the segment cost its last chunk, yet the free chunk count started
+// at CHUNKS: the lost chunk is added back.
+TEST_F(PoolStatsTest, SizingLineOfAMisalignedSegmentAddsTheLostChunk) {
+  Build(6, 16);
+  std::vector<void*> blocks = TakeChunks(5);
+  void* overflow = pool.Alloc(1024);
+  EXPECT_FALSE(pool.Owns(overflow));
+  QDHeapStats stats = Stats();
+  EXPECT_EQ(stats.lostChunks, 1u);
+  EXPECT_EQ(stats.freeChunks, 1u);
+  EXPECT_EQ(stats.lowestFreeChunks, 1u);
+  EXPECT_EQ(stats.exhaustedRequests, 1u);
+  EXPECT_EQ(ChunksForPeak(stats), 6u);
+  std::string text = Text();
+  EXPECT_EQ(LastLine(text), "CHUNKS 6 would have held the peak of this run");
+  EXPECT_NE(text.find("ran out of chunks"), std::string::npos) << text;
+  for (void* block : blocks) {
+    pool.Free(block);
+  }
+  pool.Free(overflow);
+}
+
+TEST_F(PoolStatsTest, TextListsTheCountersAndOnlyTheClassesInUse) {
+  Build(8);
+  void* eight = pool.Alloc(8);
+  void* forty = pool.Alloc(40);
+  void* large = pool.Alloc(2000);
+  std::string text = Text();
+  EXPECT_EQ(text.rfind("libQuendal heap statistics\n", 0), 0u) << text;
+  EXPECT_NE(
+      text.find("chunks:           8 of 2048 bytes, 0 of them lost to aligning the segment\n"),
+      std::string::npos)
+      << text;
+  EXPECT_NE(text.find("free chunks:      6 now, 6 at the fewest\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("peak chunks used: 2\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("0 requests of pooled size with no chunk left, 1 above the pooled size\n"),
+            std::string::npos)
+      << text;
+  char row[128];
+  snprintf(row, sizeof row, "%5d  %11d  %6d  %13d  %14d\n", 0, 8, 1, 1,
+           static_cast<int>(kEightByteBlocks));
+  EXPECT_NE(text.find(row), std::string::npos) << text;
+  snprintf(row, sizeof row, "%5d  %11d  %6d  %13d  %14d\n", 4, 40, 1, 1,
+           static_cast<int>((kChunk - kChunkHeaderSize) / 40));
+  EXPECT_NE(text.find(row), std::string::npos) << text;
+  EXPECT_EQ(text.find("\n    1  "), std::string::npos) << text;
+  EXPECT_EQ(text.find("ran out of chunks"), std::string::npos) << text;
+  EXPECT_EQ(text.find("no class holds a chunk"), std::string::npos) << text;
+  EXPECT_EQ(LastLine(text), "CHUNKS 2 would have held the peak of this run");
+  pool.Free(eight);
+  pool.Free(forty);
+  pool.Free(large);
+}
+
+}  // namespace
