@@ -6,6 +6,8 @@
 #include <stddef.h>
 #include <stdlib.h>
 
+#include <string>
+
 #include "quendal/heap.h"
 
 namespace QuendalBench {
@@ -23,6 +25,12 @@ struct CHeap {
   static void* ReAlloc(void* pointer, size_t size) { return realloc(pointer, size); }
   static void Free(void* pointer) { free(pointer); }
 };
+
+// A row's name: family/heap, the form bench/compare pairs rows by.
+template <class Heap>
+std::string Name(const char* family) {
+  return std::string(family) + "/" + Heap::kName;
+}
 
 }  // namespace QuendalBench
 

@@ -219,11 +219,6 @@ int LockOnlyHeap::word = 0;
 char LockOnlyHeap::block[16];
 
 template <class Heap>
-std::string Name(const char* family) {
-  return std::string(family) + "/" + Heap::kName;
-}
-
-template <class Heap>
 void RegisterPair(int64_t size) {
   benchmark::RegisterBenchmark(Name<Heap>("pair").c_str(), Pair<Heap>)->Arg(size);
 }

@@ -131,11 +131,6 @@ void RandomFreeWalk(benchmark::State& state) {
   state.counters["blocks"] = static_cast<double>(blocks);
 }
 
-template <class Heap>
-std::string Name(const char* family) {
-  return std::string(family) + "/" + Heap::kName;
-}
-
 void RegisterAll() {
   for (int chunks : kChunkCounts) {
     benchmark::RegisterBenchmark(Name<PoolHeap>("random_free_walk").c_str(),
