@@ -393,7 +393,7 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Initialize(
   }
   memset(m_classChunks, 0, m_classTableEntries * sizeof(ChunkHeader*));
   if (Platform::ShowsBlocksToMemoryCheckers<SegmentHeap>::kValue) {
-    m_checker.Start(m_segment, static_cast<size_t>(m_chunkCount * m_chunkSize));
+    m_checker.Start(m_segment, m_segmentBytes);
   }
 
   uintptr_t segment = reinterpret_cast<uintptr_t>(m_segment);

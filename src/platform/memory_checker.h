@@ -144,10 +144,29 @@ class MemoryChecker {
 #endif
 #if defined(QUENDAL_MEMORY_CHECKER_ASAN)
     if (m_tool == kAddressSanitizer) {
-      __asan_unpoison_memory_region(block, requested);
+      AsanUnpoison(block, requested);
     }
 #endif
   }
+
+#if defined(QUENDAL_MEMORY_CHECKER_ASAN)
+  // The runtime's functions are weak references: only a watching runtime
+  // makes them non-null, and only then is m_tool kAddressSanitizer. Tested
+  // again here so that no path can call through a null reference.
+  static void AsanPoison(void* address, size_t bytes) {
+    if (__asan_poison_memory_region != 0) {
+      __asan_poison_memory_region(address, bytes);
+    }
+  }
+  static void AsanUnpoison(void* address, size_t bytes) {
+    if (__asan_unpoison_memory_region != 0) {
+      __asan_unpoison_memory_region(address, bytes);
+    }
+  }
+  static bool AsanIsPoisoned(void* address) {
+    return __asan_address_is_poisoned != 0 && __asan_address_is_poisoned(address) != 0;
+  }
+#endif
 
   QD_MEMORY_CHECKER_NOINLINE void TakeBack(void* block, size_t classSize) {
 #if defined(QUENDAL_MEMORY_CHECKER_VALGRIND)
@@ -160,10 +179,10 @@ class MemoryChecker {
 #if defined(QUENDAL_MEMORY_CHECKER_ASAN)
     if (m_tool == kAddressSanitizer) {
       // A held block's first byte is always addressable.
-      if (__asan_address_is_poisoned(block)) {
+      if (AsanIsPoisoned(block)) {
         ReportAsanError(block);
       }
-      __asan_poison_memory_region(block, classSize);
+      AsanPoison(block, classSize);
     }
 #endif
     (void)block;
@@ -178,7 +197,7 @@ class MemoryChecker {
 #endif
 #if defined(QUENDAL_MEMORY_CHECKER_ASAN)
     if (m_tool == kAddressSanitizer) {
-      __asan_unpoison_memory_region(address, bytes);
+      AsanUnpoison(address, bytes);
     }
 #endif
     (void)address;
@@ -193,7 +212,7 @@ class MemoryChecker {
 #endif
 #if defined(QUENDAL_MEMORY_CHECKER_ASAN)
     if (m_tool == kAddressSanitizer) {
-      __asan_poison_memory_region(address, bytes);
+      AsanPoison(address, bytes);
     }
 #endif
     (void)address;
@@ -218,10 +237,10 @@ class MemoryChecker {
 #endif
 #if defined(QUENDAL_MEMORY_CHECKER_ASAN)
     if (m_tool == kAddressSanitizer) {
-      if (bytes != 0 && __asan_address_is_poisoned(block)) {
+      if (bytes != 0 && AsanIsPoisoned(block)) {
         ReportAsanError(block);
       }
-      __asan_unpoison_memory_region(block, bytes);
+      AsanUnpoison(block, bytes);
     }
 #endif
     (void)block;
@@ -232,8 +251,10 @@ class MemoryChecker {
   // A block the program does not hold is released or moved: reported as
   // the poisoned access it is.
   QD_MEMORY_CHECKER_NOINLINE static void ReportAsanError(void* block) {
-    __asan_report_error(__builtin_return_address(0), __builtin_frame_address(0),
-                        __builtin_frame_address(0), block, 1, 1);
+    if (__asan_report_error != 0) {
+      __asan_report_error(__builtin_return_address(0), __builtin_frame_address(0),
+                          __builtin_frame_address(0), block, 1, 1);
+    }
   }
 #endif
 
