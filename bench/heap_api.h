@@ -1,8 +1,10 @@
-// The two heaps every benchmark family runs against: the exported pool heap
-// and the C library's allocator (or whichever allocator is LD_PRELOADed).
+// The two heaps every benchmark family runs against, the exported pool heap
+// and the C library's allocator (or whichever allocator is LD_PRELOADed),
+// and what both benchmark programs share: row names and the run itself.
 #ifndef QUENDAL_BENCH_HEAP_API_H
 #define QUENDAL_BENCH_HEAP_API_H
 
+#include <benchmark/benchmark.h>
 #include <stddef.h>
 #include <stdlib.h>
 
@@ -30,6 +32,18 @@ struct CHeap {
 template <class Heap>
 std::string Name(const char* family) {
   return std::string(family) + "/" + Heap::kName;
+}
+
+// Runs the rows registered so far with the command line's options; the
+// program's exit status.
+inline int RunRegisteredBenchmarks(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+    return 1;
+  }
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
 }
 
 }  // namespace QuendalBench

@@ -293,11 +293,5 @@ int main(int argc, char** argv) {
   // The pool is set up before any family runs, so no row pays for it.
   QDHeapFree(QDHeapAlloc(8));
   QuendalBench::RegisterAll();
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
-    return 1;
-  }
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
+  return QuendalBench::RunRegisteredBenchmarks(argc, argv);
 }

@@ -153,11 +153,5 @@ int main(int argc, char** argv) {
     return 1;
   }
   QuendalBench::RegisterAll();
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
-    return 1;
-  }
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
+  return QuendalBench::RunRegisteredBenchmarks(argc, argv);
 }

@@ -10,6 +10,7 @@
 #include <atomic>
 
 #include "heap/the_heap.h"
+#include "heap/the_pool.h"
 #include "quendal/extra_heap.h"
 #include "quendal/heap.h"
 #include "support/allocated_bytes.h"
@@ -20,9 +21,7 @@ using Quendal::Heap::initNeeded;
 using Quendal::Heap::Pool;
 using Quendal::Heap::TheHeap;
 
-Pool& ThePool() {
-  return TheHeap::getInstance(false)->GetPool();
-}
+using QuendalTest::ThePool;
 
 void ExpectInitialised() {
   EXPECT_EQ(initNeeded, 0);

@@ -6,6 +6,7 @@
 #include <stdint.h>
 
 #include "heap/the_heap.h"
+#include "heap/the_pool.h"
 #include "quendal/extra_heap.h"
 #include "quendal/heap.h"
 #include "support/scripted_platform.h"
@@ -17,9 +18,7 @@ using Quendal::Heap::Pool;
 using Quendal::Heap::TheHeap;
 namespace Scripted = QuendalTest::ScriptedPlatform;
 
-Pool& ThePool() {
-  return TheHeap::getInstance(false)->GetPool();
-}
+using QuendalTest::ThePool;
 
 class HeapReinitTest : public ::testing::Test {
  protected:

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "heap/the_heap.h"
+#include "heap/the_pool.h"
 #include "quendal/heap.h"
 #include "quendal/heap_stats.h"
 #include "support/scripted_platform.h"
@@ -25,9 +26,7 @@ using Quendal::Heap::Pool;
 using Quendal::Heap::TheHeap;
 namespace Scripted = QuendalTest::ScriptedPlatform;
 
-Pool& ThePool() {
-  return TheHeap::getInstance(false)->GetPool();
-}
+using QuendalTest::ThePool;
 
 const unsigned char kUntouched = 0xA5;
 
