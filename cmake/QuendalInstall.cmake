@@ -3,6 +3,12 @@ include(CMakePackageConfigHelpers)
 install(TARGETS Quendal EXPORT QuendalTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+# The drop-in allocator, as Quendal::Malloc.
+if(TARGET QuendalMalloc)
+  install(TARGETS QuendalMalloc EXPORT QuendalTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+endif()
 # The tool comes with the package, as Quendal::quendal-mem-check for projects
 # that run it on their ".mem" files.
 if(TARGET quendal-mem-check)
@@ -34,3 +40,8 @@ else()
 endif()
 configure_file(cmake/quendal.pc.in ${PROJECT_BINARY_DIR}/quendal.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/quendal.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+if(TARGET QuendalMalloc)
+  configure_file(cmake/quendal-malloc.pc.in ${PROJECT_BINARY_DIR}/quendal-malloc.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/quendal-malloc.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endif()

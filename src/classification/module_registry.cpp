@@ -7,6 +7,7 @@
 
 #include "classification/new_id_callback.h"
 #include "platform/fork_guard.h"
+#include "platform/own_work.h"
 #include "quendal/classification.h"
 
 namespace Quendal {
@@ -47,6 +48,9 @@ unsigned short ModuleRegistry<MutexType>::LookUp(const char* name) {
   if (name == 0) {
     return 0;
   }
+  // The key, the map's nodes and the new-id callback's copy of the name are
+  // the registry's own memory, never the process's heap.
+  Platform::OwnWorkScope ownWork;
   // The copy is made before the lock so the critical section stays short.
   std::string key;
   try {

@@ -24,6 +24,9 @@ struct ExtraHeapAllocator {
     ExtraHeap* instance = ExtraHeap::GetInstance();
     return instance != 0 ? instance->ReAlloc(pointer, size) : realloc(pointer, size);
   }
+  // The instance has no zeroing entry; it would only forward to the C
+  // library as this does.
+  static void* AllocCleared(size_t size) { return calloc(1, size); }
   static void Free(void* pointer) {
     ExtraHeap* instance = ExtraHeap::GetInstance();
     if (instance != 0) {

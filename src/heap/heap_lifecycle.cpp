@@ -1,6 +1,7 @@
 // Lazy initialisation, de-initialisation and the unload hook of the heap.
 #include "heap/the_heap.h"
 
+#include "platform/own_work.h"
 #include "quendal/classification.h"
 #include "quendal/config_file_reader.h"
 #include "quendal/extra_heap.h"
@@ -20,6 +21,9 @@ const Platform::ForkLockCalls Mutex::forkCalls = {&Mutex::Acquire, &Mutex::Relea
 using Quendal::Heap::TheHeap;
 
 extern "C" int QDHeapInit(void) QD_NOTHROW {
+  // What the steps below allocate, the C library's fopen included, is the
+  // library's own and stays off the pool it is setting up.
+  Quendal::Platform::OwnWorkScope ownWork;
   // Cleared first: allocations made by the steps below must not re-enter.
   Quendal::Heap::initNeeded = 0;
   Quendal::Classification::Init();

@@ -35,6 +35,13 @@ class LockedAllocator {
     return block;
   }
 
+  void* AllocCleared(size_t size) {
+    bool locked = Lock();
+    void* block = m_pool.AllocCleared(size);
+    Unlock(locked);
+    return block;
+  }
+
   void Free(void* pointer) {
     bool locked = Lock();
     m_pool.Free(pointer);
@@ -44,6 +51,13 @@ class LockedAllocator {
   void* ReAlloc(void* pointer, size_t size) {
     bool locked = Lock();
     void* block = m_pool.ReAlloc(pointer, size);
+    Unlock(locked);
+    return block;
+  }
+
+  void* Resize(void* pointer, size_t size) {
+    bool locked = Lock();
+    void* block = m_pool.Resize(pointer, size);
     Unlock(locked);
     return block;
   }

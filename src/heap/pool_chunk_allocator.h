@@ -142,6 +142,43 @@ class ConfigPoolChunkAllocator {
     Release(pointer);
   }
 
+  // Alloc for a caller that needs the block zeroed. A size the classes never
+  // serve goes to OverflowHeap's AllocCleared, which gets it zeroed without
+  // writing it; every other block is cleared here. Only the drop-in
+  // allocator's calloc calls it, so OverflowHeap needs it only there.
+  void* AllocCleared(size_t size) {
+    if (m_classChunks != 0 && !IsPooledSize(size)) {
+      m_counters.Overflowed(false);
+      return OverflowHeap::AllocCleared(size);
+    }
+    void* block = Alloc(size);
+    if (block != 0) {
+      memset(block, 0, size);
+    }
+    return block;
+  }
+
+  // Reallocation for C callers (the drop-in allocator's realloc) of a block
+  // the pool owns to size (> 0) bytes. A block whose class is size's already
+  // stays where it is, unless a memory checker watches (it knows the block
+  // by the size first asked for); any other block moves as ReAlloc moves
+  // it, except that the old block stays when no new one can be had (null).
+  void* Resize(void* pointer, size_t size) {
+    size_t oldSize = BlockSizeOf(pointer);
+    if (oldSize != 0 && oldSize == ClassSize(size) && !m_checker.Active()) {
+      return pointer;
+    }
+    void* block = Alloc(size);
+    if (block == 0) {
+      return 0;
+    }
+    size_t copied = oldSize < size ? oldSize : size;
+    m_checker.BlockCopied(pointer, copied);
+    memcpy(block, pointer, copied);
+    Free(pointer);
+    return block;
+  }
+
   // Moves a pooled block (never in place) or passes a foreign pointer to
   // OverflowHeap's ReAlloc. Returns the new block, or null when size is 0 or
   // no new block could be obtained; the old pooled block is released in

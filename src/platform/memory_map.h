@@ -6,6 +6,7 @@
 
 #include <stddef.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 namespace Quendal {
 namespace Platform {
@@ -20,6 +21,11 @@ inline void* MapZeroedMemory(size_t size) {
 // Gives back memory from MapZeroedMemory of the same size.
 inline void UnmapMemory(void* memory, size_t size) {
   munmap(memory, size);
+}
+
+// The system's page size, in bytes.
+inline size_t PageSize() {
+  return static_cast<size_t>(sysconf(_SC_PAGESIZE));
 }
 
 }  // namespace Platform

@@ -4,6 +4,8 @@
 
 #include <pthread.h>
 
+#include "platform/own_work.h"
+
 namespace Quendal {
 namespace Platform {
 
@@ -11,6 +13,7 @@ typedef pthread_key_t ThreadKey;
 
 // Creates a key whose slots start null in every thread and have no destructor.
 inline void CreateThreadKey(ThreadKey* key) {
+  OwnWorkScope ownWork;
   pthread_key_create(key, 0);
 }
 
@@ -18,7 +21,9 @@ inline void DeleteThreadKey(ThreadKey key) {
   pthread_key_delete(key);
 }
 
+// The C library may allocate a thread's slots on its first value.
 inline void SetThreadValue(ThreadKey key, const void* value) {
+  OwnWorkScope ownWork;
   pthread_setspecific(key, value);
 }
 

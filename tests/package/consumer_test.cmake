@@ -44,3 +44,21 @@ if(NOT last_output MATCHES "installed libQuendal works \\(module 1\\)")
   message(FATAL_ERROR "unexpected output: ${last_output}")
 endif()
 message(STATUS "${last_output}")
+
+# The drop-in, when the build has one: AddressSanitizer and ThreadSanitizer
+# replace malloc themselves, so the program's blocks are theirs there.
+if(EXISTS "${BUILD_DIR}/src/malloc/libQuendalMalloc.so")
+  if(NOT EXISTS "${WORK_DIR}/build/consumer_malloc")
+    message(FATAL_ERROR "the package's drop-in was not found by ${FIND_WITH}")
+  endif()
+  run(${CMAKE_COMMAND} -E env "LD_LIBRARY_PATH=${library_path}" ${EMULATOR}
+      "${WORK_DIR}/build/consumer_malloc")
+  set(expected "installed drop-in works \\(pooled\\)")
+  if(CONSUMER_SANITIZED)
+    set(expected "installed drop-in works")
+  endif()
+  if(NOT last_output MATCHES "${expected}")
+    message(FATAL_ERROR "unexpected output of the drop-in consumer: ${last_output}")
+  endif()
+  message(STATUS "${last_output}")
+endif()

@@ -1,6 +1,8 @@
 # Compares the dynamic symbols that LIBRARY defines with the names listed in
 # EXPECTED and fails, printing both differences, unless they are the same set.
 # Run with: cmake -DNM=<nm> -DLIBRARY=<libQuendal.so> -DEXPECTED=<list> -P <this>
+# EXPECTED may name several lists joined with "|"; SIZE_T, when set,
+# replaces "@SIZE_T@" in them (size_t's demangled type).
 cmake_minimum_required(VERSION 3.25)
 foreach(variable NM LIBRARY EXPECTED)
   if(NOT DEFINED ${variable})
@@ -36,7 +38,15 @@ endforeach()
 list(REMOVE_DUPLICATES exported)
 list(SORT exported)
 
-file(STRINGS "${EXPECTED}" expected_lines)
+string(REPLACE "|" ";" expected_files "${EXPECTED}")
+set(expected_lines)
+foreach(expected_file IN LISTS expected_files)
+  file(STRINGS "${expected_file}" file_lines)
+  list(APPEND expected_lines ${file_lines})
+endforeach()
+if(DEFINED SIZE_T)
+  list(TRANSFORM expected_lines REPLACE "@SIZE_T@" "${SIZE_T}")
+endif()
 set(expected)
 foreach(line IN LISTS expected_lines)
   string(STRIP "${line}" line)

@@ -2,6 +2,8 @@
 
 #include <pthread.h>
 
+#include "platform/own_work.h"
+
 namespace Quendal {
 namespace Platform {
 
@@ -59,6 +61,8 @@ void AfterForkInChild() {
 }
 
 void InstallHandlers() {
+  // The C library allocates the handlers' entry.
+  OwnWorkScope ownWork;
   pthread_atfork(Prepare, AfterForkInParent, AfterForkInChild);
 }
 

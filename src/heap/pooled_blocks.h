@@ -1,0 +1,37 @@
+// What the heap tells the layers above it about its blocks beyond the
+// exported entries: the drop-in allocator sizes, zeroes and moves blocks
+// with them.
+#ifndef QUENDAL_HEAP_POOLED_BLOCKS_H
+#define QUENDAL_HEAP_POOLED_BLOCKS_H
+
+#include <stddef.h>
+
+namespace Quendal {
+namespace Heap {
+
+// True when pointer is a block of the pool's segment. No lock: the segment
+// is fixed once built.
+bool IsPooledBlock(const void* pointer);
+
+// The class size of a block of the pool's segment (0 when its chunk is
+// free), read under the heap's lock.
+size_t PooledBlockSize(const void* pointer);
+
+// Releases a block of the pool's segment, without initialising the heap
+// again after my_unload.
+void ReleasePooledBlock(void* pointer);
+
+// Resizes a block of the pool's segment to size (> 0) bytes for a C
+// caller: in place when its class already fits, else moved; null, with the
+// block kept, when no new block can be had.
+void* ResizePooledBlock(void* pointer, size_t size);
+
+// QDHeapAlloc whose block reads as zeroes; a request the pool can never
+// serve goes to the extra heap already zeroed, so that fresh pages of the C
+// library stay untouched.
+void* AllocCleared(size_t size);
+
+}  // namespace Heap
+}  // namespace Quendal
+
+#endif

@@ -1,0 +1,117 @@
+#include "malloc/allocation.h"
+
+#include <errno.h>
+#include <stdint.h>
+
+#include "heap/pooled_blocks.h"
+#include "heap/the_heap.h"
+#include "malloc/block_request.h"
+#include "malloc/own_work_depth.h"
+#include "platform/c_library_heap.h"
+#include "quendal/heap.h"
+#include "util/compiler.h"
+
+namespace Quendal {
+namespace DropIn {
+
+namespace {
+
+// The first call of the process, and the first after my_unload, reads the
+// ".mem" file; the caller's errno survives it.
+QD_NOINLINE void InitializeKeepingErrno() {
+  int saved = errno;
+  QDHeapInit();
+  errno = saved;
+}
+
+QD_ALWAYS_INLINE void EnsureInitialized() {
+  if (QD_UNLIKELY(Heap::initNeeded)) {
+    InitializeKeepingErrno();
+  }
+}
+
+void* OutOfMemory() {
+  errno = ENOMEM;
+  return 0;
+}
+
+}  // namespace
+
+void* Allocate(size_t size) {
+  if (InOwnWork()) {
+    return Platform::CLibraryMalloc(size);
+  }
+  size_t request = BlockRequest(size);
+  if (request == 0) {
+    return OutOfMemory();
+  }
+  EnsureInitialized();
+  void* block = QDHeapAlloc(request);
+  return QD_LIKELY(block != 0) ? block : OutOfMemory();
+}
+
+void* AllocateCleared(size_t count, size_t size) {
+  if (size != 0 && count > SIZE_MAX / size) {
+    return OutOfMemory();
+  }
+  if (InOwnWork()) {
+    return Platform::CLibraryCalloc(count, size);
+  }
+  size_t request = BlockRequest(count * size);
+  if (request == 0) {
+    return OutOfMemory();
+  }
+  EnsureInitialized();
+  void* block = Heap::AllocCleared(request);
+  return block != 0 ? block : OutOfMemory();
+}
+
+void Release(void* pointer) {
+  if (pointer == 0) {
+    return;
+  }
+  if (Heap::IsPooledBlock(pointer)) {
+    Heap::ReleasePooledBlock(pointer);
+    return;
+  }
+  // Everything else came from the C library's allocator: the extra heap,
+  // the library's own work, over-aligned blocks, blocks from before the
+  // pool was built. Straight back to it, without the heap's lock.
+  int saved = errno;
+  Platform::CLibraryFree(pointer);
+  errno = saved;
+}
+
+void* Reallocate(void* pointer, size_t size) {
+  if (pointer == 0) {
+    return Allocate(size);
+  }
+  if (size == 0) {
+    Release(pointer);
+    return 0;
+  }
+  if (!Heap::IsPooledBlock(pointer)) {
+    // A block of the C library stays there, as the heap's own reallocation
+    // keeps it; the C library keeps it too when it cannot grow it.
+    void* block = Platform::CLibraryReAlloc(pointer, size);
+    return block != 0 ? block : OutOfMemory();
+  }
+  size_t request = BlockRequest(size);
+  if (request == 0) {
+    return OutOfMemory();
+  }
+  void* block = Heap::ResizePooledBlock(pointer, request);
+  return block != 0 ? block : OutOfMemory();
+}
+
+void* AllocateAligned(size_t alignment, size_t size) {
+  if (alignment <= kMallocAlignment) {
+    // A block of at least alignment bytes is aligned to it.
+    return Allocate(size < alignment ? alignment : size);
+  }
+  void* block = Platform::CLibraryMemalign(alignment, size);
+  return block != 0 ? block : OutOfMemory();
+}
+
+}  // namespace DropIn
+}  // namespace Quendal
