@@ -4,6 +4,7 @@
 // threads, and the statistics written at exit.
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
 #include <errno.h>
 #include <pthread.h>
 #include <stdint.h>
@@ -237,6 +238,26 @@ TEST(DropIn, ChildrenForkedBesideAllocatingThreadsAllocate) {
   first.join();
   second.join();
   EXPECT_EQ(failedChildren, 0);
+}
+
+// A library whose statics allocate when it is loaded and release when it is
+// unloaded; a block it handed out outlives it.
+TEST(DropIn, UnloadedLibrariesReleaseTheirBlocks) {
+  for (int round = 0; round < 3; ++round) {
+    void* library = dlopen(QUENDAL_UNLOADABLE_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(library, nullptr) << dlerror();
+    auto makeText = reinterpret_cast<std::string* (*)(int)>(dlsym(library, "MakeText"));
+    auto tableSize = reinterpret_cast<size_t (*)()>(dlsym(library, "TableSize"));
+    ASSERT_NE(makeText, nullptr);
+    ASSERT_NE(tableSize, nullptr);
+    EXPECT_EQ(tableSize(), 200u);
+    std::string* text = makeText(50);
+    EXPECT_TRUE(QDHeapOwns(text));
+    EXPECT_TRUE(QDHeapOwns(text->data()));
+    EXPECT_EQ(dlclose(library), 0);
+    EXPECT_EQ(*text, std::string(50, 'u'));
+    delete text;
+  }
 }
 
 // QUENDAL_MALLOC_STATS names a file per process ("%p" is the process id);
