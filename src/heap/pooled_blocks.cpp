@@ -35,8 +35,16 @@ size_t PooledBlockSize(const void* pointer) {
   return reader.m_size;
 }
 
-void ReleasePooledBlock(void* pointer) {
-  TheHeap::getInstance(true)->Free(pointer);
+bool ReleaseIfPooled(void* pointer) {
+  if (!TheHeap::isInitialized) {
+    return false;
+  }
+  LockedPool* heap = TheHeap::getInstance(false);
+  if (!heap->GetPool().Owns(pointer)) {
+    return false;
+  }
+  heap->Free(pointer);
+  return true;
 }
 
 void* ResizePooledBlock(void* pointer, size_t size) {

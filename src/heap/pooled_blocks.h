@@ -17,9 +17,10 @@ bool IsPooledBlock(const void* pointer);
 // free), read under the heap's lock.
 size_t PooledBlockSize(const void* pointer);
 
-// Releases a block of the pool's segment, without initialising the heap
-// again after my_unload.
-void ReleasePooledBlock(void* pointer);
+// Releases pointer when it is a block of the pool's segment, without
+// initialising the heap again after my_unload; false, doing nothing, for
+// any other pointer.
+bool ReleaseIfPooled(void* pointer);
 
 // Resizes a block of the pool's segment to size (> 0) bytes for a C
 // caller: in place when its class already fits, else moved; null, with the

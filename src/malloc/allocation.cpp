@@ -70,8 +70,7 @@ void Release(void* pointer) {
   if (pointer == 0) {
     return;
   }
-  if (Heap::IsPooledBlock(pointer)) {
-    Heap::ReleasePooledBlock(pointer);
+  if (Heap::ReleaseIfPooled(pointer)) {
     return;
   }
   // Everything else came from the C library's allocator: the extra heap,
