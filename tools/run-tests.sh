@@ -7,7 +7,7 @@ set -u -o pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 
-all_configurations=(format default cxx03 asan tsan i386 armhf coverage tidy fuzz)
+all_configurations=(format default cxx03 asan tsan ubsan i386 armhf coverage tidy fuzz)
 if [ $# -gt 0 ]; then
   configurations=("$@")
 else

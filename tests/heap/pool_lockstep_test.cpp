@@ -40,6 +40,10 @@ struct HeapLog {
   int nextName = 1;
   bool refusing = false;
   size_t segmentOffset = 0;
+  // Segments start segmentOffset bytes past a multiple of the chunk size, so
+  // that both pools lose the same chunks to alignment whatever addresses
+  // the process hands out.
+  size_t chunkSize = 1;
 
   int Name(void* pointer) {
     if (pointer == nullptr) {
@@ -70,10 +74,12 @@ struct Backing {
   struct Segment {
     static void* Alloc(size_t size) {
       void* base = nullptr;
-      if (posix_memalign(&base, size_t(1) << 16, size + log.segmentOffset) != 0) {
+      if (posix_memalign(&base, size_t(1) << 16, size + log.chunkSize + log.segmentOffset) != 0) {
         return nullptr;
       }
-      void* segment = static_cast<unsigned char*>(base) + log.segmentOffset;
+      uintptr_t start = reinterpret_cast<uintptr_t>(base);
+      start += (log.chunkSize - start % log.chunkSize) % log.chunkSize;
+      void* segment = reinterpret_cast<unsigned char*>(start) + log.segmentOffset;
       log.segmentBases[segment] = base;
       log.Record("segment", size, 0, log.Remember(segment));
       return segment;
@@ -143,6 +149,8 @@ class Lockstep {
     FastHeaps::log = HeapLog();
     ReferenceHeaps::log.segmentOffset = geometry.segmentOffset;
     FastHeaps::log.segmentOffset = geometry.segmentOffset;
+    ReferenceHeaps::log.chunkSize = geometry.chunkSize;
+    FastHeaps::log.chunkSize = geometry.chunkSize;
     m_reference.Configure(geometry.chunks, geometry.chunkSize, geometry.largest);
     m_fast.Configure(geometry.chunks, geometry.chunkSize, geometry.largest);
   }
