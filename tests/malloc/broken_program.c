@@ -1,6 +1,8 @@
 /* Misuses of malloc blocks that a memory checker must report when the
  * drop-in serves them from the pool:
- *   quendal_drop_in_broken write_after_free|overflow|double_free
+ *   quendal_drop_in_broken write_after_free|overflow|double_free|clean
+ * "clean" misuses nothing and releases what it allocated: no report, and no
+ * leak of the pool's own structures either.
  * Prints "not pooled" and exits with 3 when the block is not the pool's
  * (another malloc took over), so the report cannot come from elsewhere. */
 #include <stdio.h>
@@ -28,6 +30,9 @@ int main(int argc, char** argv) {
     ((volatile char*)block)[3] = 1;
   } else if (strcmp(argv[1], "overflow") == 0) {
     ((volatile char*)neighbour)[48] = 1;
+    release(block);
+  } else if (strcmp(argv[1], "clean") == 0) {
+    block[31] = 1;
     release(block);
   } else if (strcmp(argv[1], "double_free") == 0) {
     release(block);
