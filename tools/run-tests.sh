@@ -42,8 +42,9 @@ packages_for() {
     i386) echo "g++-i686-linux-gnu qemu-user googletest" ;;
     armhf) echo "g++-arm-linux-gnueabihf qemu-user googletest" ;;
     # valgrind: the memory checker tests (tests/heap/checkers) run under it.
-    default) echo "valgrind" ;;
-    coverage) echo "gcovr valgrind" ;;
+    # python3, sqlite3, perl: the real programs of the DropIn tests.
+    default) echo "valgrind python3 sqlite3 perl" ;;
+    coverage) echo "gcovr valgrind python3 sqlite3 perl" ;;
     tidy) echo "clang-tidy" ;;
     format) echo "clang-format git" ;;
     fuzz) echo "clang" ;;
