@@ -33,6 +33,14 @@ inline const uint32_t kChunk = 2048;
 // Blocks of the 8-byte class in a 2048-byte chunk: 253 behind a 24-byte header.
 inline const size_t kEightByteBlocks = (kChunk - kChunkHeaderSize) / 8;
 
+// Writes first, first + 1, ... into the block's bytes.
+inline void Fill(void* block, size_t bytes, unsigned char first) {
+  unsigned char* bytePointer = static_cast<unsigned char*>(block);
+  for (size_t k = 0; k < bytes; ++k) {
+    bytePointer[k] = static_cast<unsigned char>(first + k);
+  }
+}
+
 class PoolTest : public ::testing::Test {
  protected:
   void SetUp() override {

@@ -10,13 +10,6 @@ namespace {
 
 using namespace QuendalTest;
 
-void Fill(void* block, size_t bytes, unsigned char first) {
-  unsigned char* bytePointer = static_cast<unsigned char*>(block);
-  for (size_t k = 0; k < bytes; ++k) {
-    bytePointer[k] = static_cast<unsigned char>(first + k);
-  }
-}
-
 TEST_F(PoolTest, ReAllocInTheSameClassMovesAndCopies) {
   Build(4);
   void* old = pool.Alloc(8);

@@ -90,6 +90,13 @@ void* RecordingOverflowHeap::Alloc(size_t size) {
   return result;
 }
 
+void* RecordingOverflowHeap::AllocCleared(size_t size) {
+  LeaksIgnored notALeak;
+  void* result = refuseAlloc ? nullptr : calloc(1, size);
+  calls.push_back({OverflowCall::kAllocCleared, nullptr, size, result});
+  return result;
+}
+
 void RecordingOverflowHeap::Free(void* pointer) {
   calls.push_back({OverflowCall::kFree, pointer, 0, nullptr});
   free(pointer);

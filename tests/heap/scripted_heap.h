@@ -45,7 +45,7 @@ class ScriptedSegmentHeap {
 };
 
 struct OverflowCall {
-  enum Kind { kAlloc, kReAlloc, kFree };
+  enum Kind { kAlloc, kReAlloc, kFree, kAllocCleared };
   Kind kind;
   void* pointer;
   size_t size;
@@ -57,6 +57,7 @@ class RecordingOverflowHeap {
   static void* Alloc(size_t size);
   static void Free(void* pointer);
   static void* ReAlloc(void* pointer, size_t size);
+  static void* AllocCleared(size_t size);
 
   static void Reset();
   static size_t Count(OverflowCall::Kind kind);
