@@ -1,0 +1,188 @@
+// The C library's allocator as the definitions of its entries that come
+// after the drop-in's own in the process's symbol order, for a C library
+// that has no second names for them (QNX's). dlsym finds them at the first
+// request; what dlsym itself allocates meanwhile, and any request made
+// while another thread looks them up, comes from a small static area whose
+// blocks are never given back.
+#include <dlfcn.h>
+#include <stdint.h>
+#include <string.h>
+
+#include "platform/c_library_heap.h"
+#include "platform/own_work.h"
+
+namespace Quendal {
+namespace Platform {
+
+namespace {
+
+typedef void* (*MallocFunction)(size_t);
+typedef void* (*CallocFunction)(size_t, size_t);
+typedef void* (*ReAllocFunction)(void*, size_t);
+typedef void (*FreeFunction)(void*);
+typedef void* (*MemalignFunction)(size_t, size_t);
+typedef int (*PosixMemalignFunction)(void**, size_t, size_t);
+typedef size_t (*UsableSizeFunction)(void*);
+
+struct Entries {
+  MallocFunction malloc;
+  CallocFunction calloc;
+  ReAllocFunction realloc;
+  FreeFunction free;
+  MemalignFunction memalign;
+  PosixMemalignFunction posixMemalign;
+  UsableSizeFunction usableSize;
+};
+
+Entries entries;
+
+enum { kUnresolved, kResolving, kResolved };
+int state = kUnresolved;
+
+// The early area: blocks with their size in the 16 bytes before them.
+const size_t kEarlyHeader = 16;
+const size_t kEarlyBytes = 64 * 1024;
+union EarlyArea {
+  unsigned char bytes[kEarlyBytes];
+  long double alignment;
+};
+EarlyArea early;
+size_t earlyUsed = 0;
+
+template <class Function>
+Function Next(const char* name) {
+  union {
+    void* symbol;
+    Function function;
+  } found;
+  found.symbol = dlsym(RTLD_NEXT, name);
+  return found.function;
+}
+
+// True once the entries are known; false while they are being looked up.
+bool Resolved() {
+  int now = __atomic_load_n(&state, __ATOMIC_ACQUIRE);
+  if (now == kResolved) {
+    return true;
+  }
+  int expected = kUnresolved;
+  if (now != kUnresolved || !__atomic_compare_exchange_n(&state, &expected, kResolving, false,
+                                                         __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) {
+    return false;
+  }
+  OwnWorkScope ownWork;
+  entries.malloc = Next<MallocFunction>("malloc");
+  entries.calloc = Next<CallocFunction>("calloc");
+  entries.realloc = Next<ReAllocFunction>("realloc");
+  entries.free = Next<FreeFunction>("free");
+  entries.memalign = Next<MemalignFunction>("memalign");
+  entries.posixMemalign = Next<PosixMemalignFunction>("posix_memalign");
+  entries.usableSize = Next<UsableSizeFunction>("malloc_usable_size");
+  // Without the four basic entries every request stays in the early area.
+  bool complete =
+      entries.malloc != 0 && entries.calloc != 0 && entries.realloc != 0 && entries.free != 0;
+  __atomic_store_n(&state, complete ? kResolved : kResolving, __ATOMIC_RELEASE);
+  return complete;
+}
+
+bool IsEarly(const void* pointer) {
+  uintptr_t address = reinterpret_cast<uintptr_t>(pointer);
+  uintptr_t start = reinterpret_cast<uintptr_t>(early.bytes);
+  return address - start < kEarlyBytes;
+}
+
+size_t EarlySize(const void* block) {
+  size_t size;
+  memcpy(&size, static_cast<const unsigned char*>(block) - kEarlyHeader, sizeof(size));
+  return size;
+}
+
+// A zeroed block of the early area aligned to alignment (a power of two of
+// at least 16), or null when the area is spent.
+void* EarlyAlloc(size_t size, size_t alignment) {
+  if (size > kEarlyBytes) {
+    return 0;
+  }
+  const uintptr_t base = reinterpret_cast<uintptr_t>(early.bytes);
+  size_t used = __atomic_load_n(&earlyUsed, __ATOMIC_RELAXED);
+  for (;;) {
+    uintptr_t address = (base + used + kEarlyHeader + alignment - 1) & ~(alignment - 1);
+    size_t start = address - base;
+    size_t end = start + ((size + 15) & ~static_cast<size_t>(15));
+    if (end > kEarlyBytes) {
+      return 0;
+    }
+    if (__atomic_compare_exchange_n(&earlyUsed, &used, end, false, __ATOMIC_RELAXED,
+                                    __ATOMIC_RELAXED)) {
+      memcpy(early.bytes + start - kEarlyHeader, &size, sizeof(size));
+      return early.bytes + start;
+    }
+  }
+}
+
+}  // namespace
+
+void* CLibraryMalloc(size_t size) {
+  return Resolved() ? entries.malloc(size) : EarlyAlloc(size, kEarlyHeader);
+}
+
+void* CLibraryCalloc(size_t count, size_t size) {
+  if (Resolved()) {
+    return entries.calloc(count, size);
+  }
+  if (size != 0 && count > SIZE_MAX / size) {
+    return 0;
+  }
+  // The area starts zeroed and its blocks are never reused.
+  return EarlyAlloc(count * size, kEarlyHeader);
+}
+
+void* CLibraryReAlloc(void* pointer, size_t size) {
+  if (!IsEarly(pointer)) {
+    if (Resolved()) {
+      return entries.realloc(pointer, size);
+    }
+    return pointer == 0 ? EarlyAlloc(size, kEarlyHeader) : 0;
+  }
+  void* block = CLibraryMalloc(size);
+  if (block != 0) {
+    size_t old = EarlySize(pointer);
+    memcpy(block, pointer, old < size ? old : size);
+  }
+  return block;
+}
+
+void CLibraryFree(void* pointer) {
+  if (pointer == 0 || IsEarly(pointer)) {
+    return;
+  }
+  if (Resolved()) {
+    entries.free(pointer);
+  }
+}
+
+void* CLibraryMemalign(size_t alignment, size_t size) {
+  if (Resolved()) {
+    if (entries.memalign != 0) {
+      return entries.memalign(alignment, size);
+    }
+    void* block = 0;
+    if (entries.posixMemalign != 0 &&
+        entries.posixMemalign(&block, alignment < sizeof(void*) ? sizeof(void*) : alignment,
+                              size) == 0) {
+      return block;
+    }
+    return 0;
+  }
+  return EarlyAlloc(size, alignment < kEarlyHeader ? kEarlyHeader : alignment);
+}
+
+size_t CLibraryUsableSize(void* pointer) {
+  if (IsEarly(pointer)) {
+    return EarlySize(pointer);
+  }
+  return Resolved() && entries.usableSize != 0 ? entries.usableSize(pointer) : 0;
+}
+
+}  // namespace Platform
+}  // namespace Quendal
