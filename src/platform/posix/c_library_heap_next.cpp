@@ -1,40 +1,27 @@
 // The C library's allocator as the definitions of its entries that come
 // after the drop-in's own in the process's symbol order, for a C library
-// that has no second names for them (QNX's). dlsym finds them at the first
-// request; what dlsym itself allocates meanwhile, and any request made
-// while another thread looks them up, comes from a small static area whose
-// blocks are never given back.
+// that has no second names for them (QNX's); or the process's own entries
+// when the drop-in's are not the ones the process calls
+// (process_allocator.h). dlsym finds them at the first request; what dlsym
+// itself allocates meanwhile, and any request made while another thread
+// looks them up, comes from a small static area whose blocks are never
+// given back.
 #include <dlfcn.h>
 #include <stdint.h>
 #include <string.h>
 
 #include "platform/c_library_heap.h"
 #include "platform/own_work.h"
+#include "platform/posix/allocator_entries.h"
+#include "platform/process_allocator.h"
 
 namespace Quendal {
 namespace Platform {
 
 namespace {
 
-typedef void* (*MallocFunction)(size_t);
-typedef void* (*CallocFunction)(size_t, size_t);
-typedef void* (*ReAllocFunction)(void*, size_t);
-typedef void (*FreeFunction)(void*);
-typedef void* (*MemalignFunction)(size_t, size_t);
-typedef int (*PosixMemalignFunction)(void**, size_t, size_t);
-typedef size_t (*UsableSizeFunction)(void*);
-
-struct Entries {
-  MallocFunction malloc;
-  CallocFunction calloc;
-  ReAllocFunction realloc;
-  FreeFunction free;
-  MemalignFunction memalign;
-  PosixMemalignFunction posixMemalign;
-  UsableSizeFunction usableSize;
-};
-
-Entries entries;
+AllocatorEntries entries;
+ProcessMallocProbe probe;
 
 enum { kUnresolved, kResolving, kResolved };
 int state = kUnresolved;
@@ -49,15 +36,8 @@ union EarlyArea {
 EarlyArea early;
 size_t earlyUsed = 0;
 
-template <class Function>
-Function Next(const char* name) {
-  union {
-    void* symbol;
-    Function function;
-  } found;
-  found.symbol = dlsym(RTLD_NEXT, name);
-  return found.function;
-}
+// Early blocks are never given back.
+void ReleaseEarly(void*) {}
 
 // True once the entries are known; false while they are being looked up.
 bool Resolved() {
@@ -71,16 +51,9 @@ bool Resolved() {
     return false;
   }
   OwnWorkScope ownWork;
-  entries.malloc = Next<MallocFunction>("malloc");
-  entries.calloc = Next<CallocFunction>("calloc");
-  entries.realloc = Next<ReAllocFunction>("realloc");
-  entries.free = Next<FreeFunction>("free");
-  entries.memalign = Next<MemalignFunction>("memalign");
-  entries.posixMemalign = Next<PosixMemalignFunction>("posix_memalign");
-  entries.usableSize = Next<UsableSizeFunction>("malloc_usable_size");
+  bool process = entries.Find(RTLD_DEFAULT) && !probe.ReachesDropIn(entries, ReleaseEarly);
   // Without the four basic entries every request stays in the early area.
-  bool complete =
-      entries.malloc != 0 && entries.calloc != 0 && entries.realloc != 0 && entries.free != 0;
+  bool complete = process || entries.Find(RTLD_NEXT);
   __atomic_store_n(&state, complete ? kResolved : kResolving, __ATOMIC_RELEASE);
   return complete;
 }
@@ -123,7 +96,11 @@ void* EarlyAlloc(size_t size, size_t alignment) {
 }  // namespace
 
 void* CLibraryMalloc(size_t size) {
-  return Resolved() ? entries.malloc(size) : EarlyAlloc(size, kEarlyHeader);
+  if (Resolved()) {
+    return entries.malloc(size);
+  }
+  probe.NoteRequest();
+  return EarlyAlloc(size, kEarlyHeader);
 }
 
 void* CLibraryCalloc(size_t count, size_t size) {
@@ -163,16 +140,7 @@ void CLibraryFree(void* pointer) {
 
 void* CLibraryMemalign(size_t alignment, size_t size) {
   if (Resolved()) {
-    if (entries.memalign != 0) {
-      return entries.memalign(alignment, size);
-    }
-    void* block = 0;
-    if (entries.posixMemalign != 0 &&
-        entries.posixMemalign(&block, alignment < sizeof(void*) ? sizeof(void*) : alignment,
-                              size) == 0) {
-      return block;
-    }
-    return 0;
+    return entries.Memalign(alignment, size);
   }
   return EarlyAlloc(size, alignment < kEarlyHeader ? kEarlyHeader : alignment);
 }
@@ -181,7 +149,7 @@ size_t CLibraryUsableSize(void* pointer) {
   if (IsEarly(pointer)) {
     return EarlySize(pointer);
   }
-  return Resolved() && entries.usableSize != 0 ? entries.usableSize(pointer) : 0;
+  return Resolved() ? entries.UsableSize(pointer) : 0;
 }
 
 }  // namespace Platform
