@@ -28,7 +28,7 @@ int state = kUnresolved;
 
 // The early area: blocks with their size in the 16 bytes before them.
 const size_t kEarlyHeader = 16;
-const size_t kEarlyBytes = 64 * 1024;
+const size_t kEarlyBytes = 65536;
 union EarlyArea {
   unsigned char bytes[kEarlyBytes];
   long double alignment;
