@@ -55,13 +55,7 @@ class Queue {
   std::deque<Message> messages_;
 };
 
-struct Totals {
-  uint64_t blocks = 0;
-  uint64_t bytes = 0;
-  uint64_t checksum = 0;
-  uint64_t corrupt = 0;
-  uint64_t failed = 0;
-};
+using Totals = QuendalWorkload::BlockTally;
 
 // Message-sized blocks: headers and small records, now and then a buffer of
 // a few KiB.
@@ -152,13 +146,8 @@ int main(int argc, char** argv) {
   Totals in;
   Totals out;
   for (size_t t = 0; t < threads; ++t) {
-    in.blocks += produced[t].blocks;
-    in.bytes += produced[t].bytes;
-    in.failed += produced[t].failed;
-    out.blocks += consumed[t].blocks;
-    out.bytes += consumed[t].bytes;
-    out.checksum += consumed[t].checksum;
-    out.corrupt += consumed[t].corrupt;
+    in.Add(produced[t]);
+    out.Add(consumed[t]);
   }
   bool balanced = in.blocks == out.blocks && in.bytes == out.bytes;
   printf("producer_consumer threads=%zu blocks=%llu bytes=%llu checksum=%016llx corrupt=%llu\n",

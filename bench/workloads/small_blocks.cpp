@@ -27,13 +27,7 @@ struct Slot {
   Kind kind = kMalloc;
 };
 
-struct ThreadResult {
-  uint64_t allocations = 0;
-  uint64_t bytes = 0;
-  uint64_t checksum = 0;
-  uint64_t corrupt = 0;
-  uint64_t failed = 0;
-};
+using ThreadResult = QuendalWorkload::BlockTally;
 
 // Small sizes the way programs ask for them: mostly a few words, some
 // strings and nodes, a few buffers up to 512 bytes.
@@ -98,7 +92,7 @@ void Run(uint64_t seed, uint64_t operations, size_t live, ThreadResult* result) 
       Release(slot, *result);
     }
     if (Fill(slot, random, seed ^ i)) {
-      ++result->allocations;
+      ++result->blocks;
       result->bytes += slot.size;
     } else {
       ++result->failed;
@@ -135,14 +129,10 @@ int main(int argc, char** argv) {
   }
   ThreadResult total;
   for (const ThreadResult& result : results) {
-    total.allocations += result.allocations;
-    total.bytes += result.bytes;
-    total.checksum += result.checksum;
-    total.corrupt += result.corrupt;
-    total.failed += result.failed;
+    total.Add(result);
   }
   printf("small_blocks threads=%zu allocations=%llu bytes=%llu checksum=%016llx corrupt=%llu\n",
-         threads, static_cast<unsigned long long>(total.allocations),
+         threads, static_cast<unsigned long long>(total.blocks),
          static_cast<unsigned long long>(total.bytes),
          static_cast<unsigned long long>(total.checksum),
          static_cast<unsigned long long>(total.corrupt));

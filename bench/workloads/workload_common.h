@@ -86,6 +86,23 @@ class Random {
   uint64_t state_;
 };
 
+// What a thread did with its blocks, summed over the threads at the end.
+struct BlockTally {
+  uint64_t blocks = 0;
+  uint64_t bytes = 0;
+  uint64_t checksum = 0;
+  uint64_t corrupt = 0;
+  uint64_t failed = 0;
+
+  void Add(const BlockTally& other) {
+    blocks += other.blocks;
+    bytes += other.bytes;
+    checksum += other.checksum;
+    corrupt += other.corrupt;
+    failed += other.failed;
+  }
+};
+
 inline uint64_t MixSeed(uint64_t a, uint64_t b) {
   Random random(a * 0x100000001b3ULL ^ (b + 0x51ed270b27ULL));
   return random.Next();
