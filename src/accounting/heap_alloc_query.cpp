@@ -3,7 +3,7 @@
 #include <string.h>
 
 #include "accounting/table_copies.h"
-#include "heap/the_heap.h"
+#include "heap/heap_init.h"
 #include "quendal/accounting.h"
 #include "quendal/heap.h"
 
@@ -55,9 +55,7 @@ bool AllocMemoryTable::getHeapAlloc(unsigned long& count, QDCurrentHeapAlloc* re
 
 extern "C" unsigned long QDgetHeapAlloc(QDCurrentHeapAlloc* records,
                                         QDSumHeapAlloc* sums) QD_NOTHROW {
-  if (Quendal::Heap::initNeeded) {
-    QDHeapInit();
-  }
+  Quendal::Heap::EnsureHeapInitialized();
   if (sums == 0) {
     return QDgetHeapAllocNullSums;
   }

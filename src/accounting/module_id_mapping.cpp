@@ -4,7 +4,7 @@
 #include <string.h>
 
 #include "accounting/table_copies.h"
-#include "heap/the_heap.h"
+#include "heap/heap_init.h"
 #include "quendal/accounting.h"
 #include "quendal/heap.h"
 #include "quendal/module_log.h"
@@ -77,9 +77,7 @@ bool AllocMemoryTable::getModuleIdMapping(unsigned long& count, unsigned short* 
 }
 
 extern "C" unsigned long QDgetModuleIdMapping(unsigned short* ids, char (*names)[64]) QD_NOTHROW {
-  if (Quendal::Heap::initNeeded) {
-    QDHeapInit();
-  }
+  Quendal::Heap::EnsureHeapInitialized();
   unsigned long count = 0;
   // The caller's arrays have 256 slots: a log of exactly 257 entries must not
   // spill its last pair past them.

@@ -1,16 +1,15 @@
-// The exported heap entries: test the lazy-initialisation flag, then forward
-// to the one locked pool.
+// The exported heap entries: initialise the heap when it is not ready, then
+// forward to the one locked pool.
+#include "heap/heap_init.h"
 #include "heap/the_heap.h"
 #include "quendal/heap.h"
 #include "util/compiler.h"
 
-using Quendal::Heap::initNeeded;
+using Quendal::Heap::EnsureHeapInitialized;
 using Quendal::Heap::TheHeap;
 
 extern "C" void* QDHeapAlloc(size_t size) QD_NOTHROW {
-  if (QD_UNLIKELY(initNeeded)) {
-    QDHeapInit();
-  }
+  EnsureHeapInitialized();
   if (size == 0) {
     return 0;
   }
@@ -18,9 +17,7 @@ extern "C" void* QDHeapAlloc(size_t size) QD_NOTHROW {
 }
 
 extern "C" void QDHeapFree(void* pointer) QD_NOTHROW {
-  if (QD_UNLIKELY(initNeeded)) {
-    QDHeapInit();
-  }
+  EnsureHeapInitialized();
   if (pointer == 0) {
     return;
   }
@@ -28,9 +25,7 @@ extern "C" void QDHeapFree(void* pointer) QD_NOTHROW {
 }
 
 extern "C" void* QDHeapReAlloc(void* pointer, size_t size) QD_NOTHROW {
-  if (QD_UNLIKELY(initNeeded)) {
-    QDHeapInit();
-  }
+  EnsureHeapInitialized();
   void* block = TheHeap::getInstance(true)->ReAlloc(pointer, size);
   return size != 0 ? block : 0;
 }

@@ -1,4 +1,5 @@
 // Lazy initialisation, de-initialisation and the unload hook of the heap.
+#include "heap/heap_init.h"
 #include "heap/the_heap.h"
 
 #include "platform/own_work.h"
@@ -10,22 +11,24 @@
 namespace Quendal {
 namespace Heap {
 
-uint8_t initNeeded = 1;
-
 const Platform::ForkLockCalls Mutex::forkCalls = {&Mutex::Acquire, &Mutex::Release,
                                                   &Mutex::ReleaseInChild};
 
 }  // namespace Heap
 }  // namespace Quendal
 
+using Quendal::Heap::StartUpGate;
 using Quendal::Heap::TheHeap;
 
 extern "C" int QDHeapInit(void) QD_NOTHROW {
+  // One thread at a time runs the steps; the others wait for the pool it
+  // configures. A step that calls back into the heap on this thread passes.
+  StartUpGate gate;
   // What the steps below allocate, the C library's fopen included, is the
   // library's own and stays off the pool it is setting up.
   Quendal::Platform::OwnWorkScope ownWork;
   // Cleared first: allocations made by the steps below must not re-enter.
-  Quendal::Heap::initNeeded = 0;
+  StartUpGate::Clear(Quendal::Heap::kInitNeeded);
   Quendal::Classification::Init();
   unsigned int chunks = 0;
   unsigned int chunkSize = 0;
@@ -57,6 +60,7 @@ extern "C" size_t QDHeapTotalSize(void) QD_NOTHROW {
 // The library's termination routine: runs when the library is unloaded or
 // the process ends, after the exit handlers registered before it.
 extern "C" __attribute__((destructor)) void my_unload(void) QD_NOTHROW {
+  StartUpGate gate;
   QDHeapDeInit();
-  Quendal::Heap::initNeeded = 1;
+  StartUpGate::Set(Quendal::Heap::kInitNeeded);
 }

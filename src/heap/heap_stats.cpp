@@ -2,6 +2,7 @@
 #include <stddef.h>
 #include <string.h>
 
+#include "heap/heap_init.h"
 #include "heap/heap_stats_text.h"
 #include "heap/pool_stats.h"
 #include "heap/the_heap.h"
@@ -99,12 +100,8 @@ void WriteHeapStatsText(FILE* stream, const QDHeapStats& stats) {
 }  // namespace Heap
 }  // namespace Quendal
 
-using Quendal::Heap::initNeeded;
-
 extern "C" int QDHeapGetStats(QDHeapStats* stats) QD_NOTHROW {
-  if (QD_UNLIKELY(initNeeded)) {
-    QDHeapInit();
-  }
+  Quendal::Heap::EnsureHeapInitialized();
   if (stats == 0) {
     return QD_HEAP_STATS_NULL_POINTER;
   }
@@ -129,9 +126,7 @@ extern "C" int QDHeapGetStats(QDHeapStats* stats) QD_NOTHROW {
 }
 
 extern "C" void QDHeapWriteStats(FILE* stream) QD_NOTHROW {
-  if (QD_UNLIKELY(initNeeded)) {
-    QDHeapInit();
-  }
+  Quendal::Heap::EnsureHeapInitialized();
   if (stream == 0) {
     return;
   }

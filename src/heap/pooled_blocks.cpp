@@ -1,6 +1,7 @@
 // QDHeapOwns and the heap's block queries for the layers above it.
 #include "heap/pooled_blocks.h"
 
+#include "heap/heap_init.h"
 #include "heap/the_heap.h"
 #include "quendal/heap.h"
 #include "quendal/heap_owns.h"
@@ -23,10 +24,8 @@ struct BlockSizeReader {
 bool IsPooledBlock(const void* pointer) {
   // Before the first initialising call there is no segment to look at, and
   // constructing the heap here would skip the ".mem" file.
-  if (!TheHeap::isInitialized) {
-    return false;
-  }
-  return TheHeap::getInstance(false)->GetPool().Owns(pointer);
+  LockedPool* heap = TheHeap::getStartedInstance();
+  return heap != 0 && heap->GetPool().Owns(pointer);
 }
 
 size_t PooledBlockSize(const void* pointer) {
@@ -36,11 +35,8 @@ size_t PooledBlockSize(const void* pointer) {
 }
 
 bool ReleaseIfPooled(void* pointer) {
-  if (!TheHeap::isInitialized) {
-    return false;
-  }
-  LockedPool* heap = TheHeap::getInstance(false);
-  if (!heap->GetPool().Owns(pointer)) {
+  LockedPool* heap = TheHeap::getStartedInstance();
+  if (heap == 0 || !heap->GetPool().Owns(pointer)) {
     return false;
   }
   heap->Free(pointer);
@@ -52,9 +48,7 @@ void* ResizePooledBlock(void* pointer, size_t size) {
 }
 
 void* AllocCleared(size_t size) {
-  if (QD_UNLIKELY(initNeeded)) {
-    QDHeapInit();
-  }
+  Quendal::Heap::EnsureHeapInitialized();
   if (size == 0) {
     return 0;
   }

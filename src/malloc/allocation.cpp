@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <stdint.h>
 
+#include "heap/heap_init.h"
 #include "heap/pooled_blocks.h"
 #include "heap/the_heap.h"
 #include "malloc/block_request.h"
@@ -17,15 +18,16 @@ namespace DropIn {
 namespace {
 
 // The first call of the process, and the first after my_unload, reads the
-// ".mem" file; the caller's errno survives it.
+// ".mem" file; the caller's errno survives it, and the pool's start.
 QD_NOINLINE void InitializeKeepingErrno() {
   int saved = errno;
-  QDHeapInit();
+  Heap::EnsureHeapInitializedOutOfLine();
+  Heap::TheHeap::getInstance(true);
   errno = saved;
 }
 
 QD_ALWAYS_INLINE void EnsureInitialized() {
-  if (QD_UNLIKELY(Heap::initNeeded)) {
+  if (QD_UNLIKELY(!Heap::HeapIsReady())) {
     InitializeKeepingErrno();
   }
 }

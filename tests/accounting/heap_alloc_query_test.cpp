@@ -10,7 +10,7 @@
 
 namespace {
 
-using Quendal::Heap::initNeeded;
+using Quendal::Heap::InitNeeded;
 
 const unsigned char kFill = 0xAB;
 
@@ -82,22 +82,22 @@ TEST(HeapAllocQueryTest, EmptyTableGivesAllOnesAndLeavesAll256RecordsAndSumsZero
 }
 
 TEST(HeapAllocQueryTest, NullSumsGivesAllOnesMinusOneAndWritesNothing) {
-  ASSERT_EQ(1, initNeeded);
+  ASSERT_EQ(1, InitNeeded());
   Records<256> records;
   EXPECT_EQ(4294967294ul, QDgetHeapAlloc(records.slots, nullptr));
   for (size_t i = 0; i < 256; ++i) {
     EXPECT_TRUE(records.SlotIsFilled(i)) << "record " << i;
   }
   // The lazy initialisation ran all the same.
-  EXPECT_EQ(0, initNeeded);
+  EXPECT_EQ(0, InitNeeded());
 }
 
 TEST(HeapAllocQueryTest, QueryInitialisesTheLibraryOnFirstCall) {
-  ASSERT_EQ(1, initNeeded);
+  ASSERT_EQ(1, InitNeeded());
   QDSumHeapAlloc sums;
   QDCurrentHeapAlloc records[256];
   QDgetHeapAlloc(records, &sums);
-  EXPECT_EQ(0, initNeeded);
+  EXPECT_EQ(0, InitNeeded());
 }
 
 TEST(HeapAllocQueryTest, SumsAreZeroAtLoad) {

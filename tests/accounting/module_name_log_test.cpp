@@ -127,10 +127,10 @@ TEST(ModuleNameLogTest, LogNeverSwitchedOnGivesEmptyMappings) {
 }
 
 TEST(ModuleNameLogTest, ExportedMappingInitialisesTheLibraryOnFirstCall) {
-  ASSERT_EQ(1, Quendal::Heap::initNeeded);
+  ASSERT_EQ(1, Quendal::Heap::InitNeeded());
   Mapping<256> mapping;
   QDgetModuleIdMapping(mapping.ids, mapping.names);
-  EXPECT_EQ(0, Quendal::Heap::initNeeded);
+  EXPECT_EQ(0, Quendal::Heap::InitNeeded());
 }
 
 TEST(ModuleNameLogTest, SwitchingOnGivesTheTableFortyOneBuckets) {

@@ -17,25 +17,25 @@
 
 namespace {
 
-using Quendal::Heap::initNeeded;
+using Quendal::Heap::InitNeeded;
 using Quendal::Heap::Pool;
 using Quendal::Heap::TheHeap;
 
 using QuendalTest::ThePool;
 
 void ExpectInitialised() {
-  EXPECT_EQ(initNeeded, 0);
+  EXPECT_EQ(InitNeeded(), 0);
   EXPECT_NE(ExtraHeap::GetInstance(), nullptr);
-  EXPECT_EQ(TheHeap::isInitialized, 1);
+  EXPECT_EQ(TheHeap::IsInitialized(), 1);
   EXPECT_NE(ThePool().Segment(), nullptr);
   EXPECT_EQ(ThePool().ChunkSize(), 2048u);
   EXPECT_EQ(ThePool().MaxBlockSize(), 1024u);
 }
 
 TEST(HeapLifecycleTest, NothingIsInitialisedBeforeTheFirstCall) {
-  EXPECT_EQ(initNeeded, 1);
+  EXPECT_EQ(InitNeeded(), 1);
   EXPECT_EQ(ExtraHeap::GetInstance(), nullptr);
-  EXPECT_EQ(TheHeap::isInitialized, 0);
+  EXPECT_EQ(TheHeap::IsInitialized(), 0);
 }
 
 TEST(HeapLifecycleTest, FirstAllocInitialisesTheHeap) {
@@ -102,7 +102,7 @@ TEST(HeapLifecycleTest, DeInitReleasesOnlyTheExtraHeap) {
   void* large = QDHeapAlloc(4000);
   EXPECT_EQ(QDHeapDeInit(), 1);
   EXPECT_EQ(ExtraHeap::GetInstance(), nullptr);
-  EXPECT_EQ(initNeeded, 0);
+  EXPECT_EQ(InitNeeded(), 0);
   // The pool and the blocks handed out stay usable.
   memset(pooled, 1, 24);
   memset(large, 2, 4000);
@@ -120,10 +120,10 @@ TEST(HeapLifecycleTest, AfterUnloadTheNextAllocInitialisesAgainAndKeepsTheSegmen
   void* before = QDHeapAlloc(8);
   void* segment = ThePool().Segment();
   my_unload();
-  EXPECT_EQ(initNeeded, 1);
+  EXPECT_EQ(InitNeeded(), 1);
   EXPECT_EQ(ExtraHeap::GetInstance(), nullptr);
   void* after = QDHeapAlloc(8);
-  EXPECT_EQ(initNeeded, 0);
+  EXPECT_EQ(InitNeeded(), 0);
   EXPECT_NE(ExtraHeap::GetInstance(), nullptr);
   EXPECT_EQ(ThePool().Segment(), segment);
   EXPECT_TRUE(ThePool().Owns(after));

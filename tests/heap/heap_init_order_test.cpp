@@ -17,7 +17,7 @@
 
 namespace {
 
-using Quendal::Heap::initNeeded;
+using Quendal::Heap::InitNeeded;
 using Quendal::Heap::TheHeap;
 namespace Scripted = QuendalTest::ScriptedPlatform;
 
@@ -75,9 +75,9 @@ TEST_F(HeapInitOrderTest, KeyThenExtraHeapThenMemFileThenAllocatorThenSegment) {
     if (line != 1) {
       return;
     }
-    EXPECT_EQ(initNeeded, 0);
+    EXPECT_EQ(InitNeeded(), 0);
     EXPECT_NE(ExtraHeap::GetInstance(), nullptr);
-    EXPECT_EQ(TheHeap::isInitialized, 0);
+    EXPECT_EQ(TheHeap::IsInitialized(), 0);
     Record("mem file line");
   });
   recording = true;
@@ -89,7 +89,7 @@ TEST_F(HeapInitOrderTest, KeyThenExtraHeapThenMemFileThenAllocatorThenSegment) {
   ASSERT_EQ(Scripted::OpenedPaths().size(), 1u);
   EXPECT_EQ(Scripted::OpenedPaths()[0], "/opt/app/player.mem");
   Quendal::Heap::Pool& pool = TheHeap::getInstance(false)->GetPool();
-  EXPECT_EQ(TheHeap::isInitialized, 1);
+  EXPECT_EQ(TheHeap::IsInitialized(), 1);
   EXPECT_EQ(pool.ChunkCount(), 40u);
   EXPECT_NE(pool.Segment(), nullptr);
   EXPECT_TRUE(pool.Owns(block));
@@ -103,8 +103,8 @@ TEST_F(HeapInitOrderTest, EntryCalledWhileTheMemFileIsReadBuildsTheDefaultPool) 
       // initNeeded is already 0: no second initialisation, but the allocator
       // is constructed and initialised from its construction values.
       inner = QDHeapAlloc(8);
-      EXPECT_EQ(initNeeded, 0);
-      EXPECT_EQ(TheHeap::isInitialized, 1);
+      EXPECT_EQ(InitNeeded(), 0);
+      EXPECT_EQ(TheHeap::IsInitialized(), 1);
     }
   });
   ASSERT_EQ(QDHeapInit(), 1);

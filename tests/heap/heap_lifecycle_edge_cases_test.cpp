@@ -13,7 +13,7 @@
 
 namespace {
 
-using Quendal::Heap::initNeeded;
+using Quendal::Heap::InitNeeded;
 using Quendal::Heap::Pool;
 using Quendal::Heap::TheHeap;
 namespace Scripted = QuendalTest::ScriptedPlatform;
@@ -53,11 +53,11 @@ TEST_F(HeapReinitTest, InitAfterUnloadKeepsTheFirstConfiguration) {
   void* segment = ThePool().Segment();
 
   my_unload();
-  ASSERT_EQ(initNeeded, 1);
+  ASSERT_EQ(InitNeeded(), 1);
   Scripted::SetFileContents("CHUNKS 0  CHUNK_SIZE 2048 SEG_SIZE 1024\n");
   void* after = QDHeapAlloc(8);
 
-  EXPECT_EQ(initNeeded, 0);
+  EXPECT_EQ(InitNeeded(), 0);
   EXPECT_NE(ExtraHeap::GetInstance(), nullptr);
   EXPECT_EQ(Scripted::OpenedPaths().size(), 2u);
   EXPECT_EQ(ThePool().ChunkCount(), 40u);

@@ -21,7 +21,7 @@
 
 namespace {
 
-using Quendal::Heap::initNeeded;
+using Quendal::Heap::InitNeeded;
 using Quendal::Heap::Pool;
 using Quendal::Heap::TheHeap;
 namespace Scripted = QuendalTest::ScriptedPlatform;
@@ -70,10 +70,10 @@ class HeapStatsEntriesTest : public ::testing::Test {
 };
 
 TEST_F(HeapStatsEntriesTest, GetStatsInitialisesTheHeapFromTheMemFile) {
-  ASSERT_EQ(initNeeded, 1);
+  ASSERT_EQ(InitNeeded(), 1);
   QDHeapStats stats = Marked(sizeof(QDHeapStats));
   EXPECT_EQ(QDHeapGetStats(&stats), QD_HEAP_STATS_OK);
-  EXPECT_EQ(initNeeded, 0);
+  EXPECT_EQ(InitNeeded(), 0);
   EXPECT_EQ(stats.size, sizeof(QDHeapStats));
   EXPECT_EQ(stats.chunkCount, 4u);
   EXPECT_EQ(stats.chunkSize, 2048u);
@@ -90,9 +90,9 @@ TEST_F(HeapStatsEntriesTest, GetStatsInitialisesTheHeapFromTheMemFile) {
 }
 
 TEST_F(HeapStatsEntriesTest, WriteStatsInitialisesTheHeap) {
-  ASSERT_EQ(initNeeded, 1);
+  ASSERT_EQ(InitNeeded(), 1);
   std::string text = WrittenText();
-  EXPECT_EQ(initNeeded, 0);
+  EXPECT_EQ(InitNeeded(), 0);
   EXPECT_EQ(text.rfind("libQuendal heap statistics\n", 0), 0u) << text;
 }
 
@@ -134,12 +134,12 @@ TEST_F(HeapStatsEntriesTest, ASmallPoolExhaustedThroughTheEntries) {
 
 TEST_F(HeapStatsEntriesTest, NullPointerIsRefused) {
   EXPECT_EQ(QDHeapGetStats(nullptr), QD_HEAP_STATS_NULL_POINTER);
-  EXPECT_EQ(initNeeded, 0);
+  EXPECT_EQ(InitNeeded(), 0);
 }
 
 TEST_F(HeapStatsEntriesTest, WriteStatsToANullStreamDoesNothing) {
   QDHeapWriteStats(nullptr);
-  EXPECT_EQ(initNeeded, 0);
+  EXPECT_EQ(InitNeeded(), 0);
 }
 
 TEST_F(HeapStatsEntriesTest, UnknownSizesAreRefusedAndNothingIsWritten) {
