@@ -16,7 +16,8 @@ extern "C" {
  * calls it on its own on first use, so clients rarely need to. Returns 1 on
  * success and 0 when the extra heap could not be created; a second call
  * returns 1 and keeps the pool exactly as the first call configured it.
- * Meant to complete on one thread before other threads use the heap. */
+ * Safe from any number of threads at once: one of them initialises, and the
+ * others' heap calls wait for it and then use the pool it configured. */
 QD_EXPORT int QDHeapInit(void) QD_NOTHROW;
 
 /* Releases the extra heap instance and returns 1. The pool, its segment and
