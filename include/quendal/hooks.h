@@ -1,10 +1,11 @@
 /* Hooks of the framework's exception-handling and tracing interfaces. The
  * library exports them so that the framework links, but every one has an
  * empty body: it ignores its arguments, does nothing and returns 0 where it
- * returns a value. Arguments the hooks ignore are taken as an opaque
- * const void*, which may be null. The C entries compile as C and as C++.
- * (MT_dump_allocted_memory, the memory report's hook, is declared in
- * quendal/config_file_reader.h.) */
+ * returns a value. A program or a framework library that defines a hook
+ * itself replaces that body, also for the calls the library makes. Arguments
+ * the hooks ignore are taken as an opaque const void*, which may be null. The
+ * C entries compile as C and as C++. (MT_dump_allocted_memory, the memory
+ * report's hook, is declared in quendal/config_file_reader.h.) */
 #ifndef QUENDAL_HOOKS_H
 #define QUENDAL_HOOKS_H
 
@@ -64,7 +65,8 @@ QD_EXPORT int QDExcHdlCollectModuleInfos(const void* context) QD_NOTHROW;
 QD_EXPORT int QDExcHdlSetConfigurationFlags(const void* context) QD_NOTHROW;
 /* Receives the messages of QDValidation::check_pointer (NUL-terminated, no
  * line break) and discards them; message may be null. Nothing is written
- * anywhere, so act on check_pointer's result instead. */
+ * anywhere, so act on check_pointer's result, or define this function in the
+ * program to receive the messages. */
 QD_EXPORT void QDExcHdlWriteMessageToExceptionFile(const char* message) QD_NOTHROW;
 
 /* Tracing hook for an allocation. Ignores the record, which may be null and
