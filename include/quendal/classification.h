@@ -48,7 +48,8 @@ class QD_EXPORT ModuleRegistry {
   // registry's lock is held, before LookUp returns; an exception thrown by
   // the callback reaches the caller with the lock released and the name
   // registered. Returns 0 without registering the name, and without calling
-  // the callback, if name is null or memory for it cannot be obtained.
+  // the callback, if name is null or memory for a new name cannot be
+  // obtained; a known name keeps its id even when no memory is left.
   unsigned short LookUp(const char* name);
   // Returns the stored name of the first entry, in bytewise name order, whose
   // id is id; null when no entry has it.

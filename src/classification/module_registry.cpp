@@ -1,6 +1,7 @@
 // The process-wide registry of module names and their 16-bit ids.
 #include <string.h>
 
+#include <algorithm>
 #include <map>
 #include <new>
 #include <string>
@@ -32,6 +33,15 @@ class LockGuard {
   MutexType& m_mutex;
 };
 
+// Orders an entry before a caller's name as the map orders its names,
+// bytewise, comparing in place instead of on a copy.
+struct EntryBeforeName {
+  bool operator()(const std::pair<const std::string, unsigned short>& entry,
+                  const char* name) const {
+    return entry.first.compare(name) < 0;
+  }
+};
+
 }  // namespace
 
 template <class MutexType>
@@ -53,13 +63,21 @@ unsigned short ModuleRegistry<MutexType>::LookUp(const char* name) {
   Platform::OwnWorkScope ownWork;
   // The copy is made before the lock so the critical section stays short.
   std::string key;
+  bool copied = true;
   try {
     key.assign(name, strlen(name));
   } catch (const std::bad_alloc&) {
-    return 0;
+    copied = false;
   }
 
   LockGuard<MutexType> guard(m_mutex);
+  if (!copied) {
+    // A known name still has its id without the copy; a new name cannot be
+    // registered without memory and gets 0.
+    typename std::map<std::string, unsigned short>::const_iterator known =
+        std::lower_bound(m_map.begin(), m_map.end(), name, EntryBeforeName());
+    return known != m_map.end() && known->first.compare(name) == 0 ? known->second : 0;
+  }
   typename std::map<std::string, unsigned short>::iterator position = m_map.lower_bound(key);
   if (position != m_map.end() && position->first == key) {
     return position->second;
