@@ -17,6 +17,8 @@ namespace Quendal {
 namespace Classification {
 
 // The registry's lock: a plain, non-recursive mutex with default attributes.
+// Not to be used once destroyed; the process's registry leaves its lock
+// alone after its end (see getmoduleRegistry).
 class QD_EXPORT Mutex {
  public:
   Mutex();
@@ -48,15 +50,17 @@ class QD_EXPORT ModuleRegistry {
   // registry's lock is held, before LookUp returns; an exception thrown by
   // the callback reaches the caller with the lock released and the name
   // registered. Returns 0 without registering the name, and without calling
-  // the callback, if name is null or memory for it cannot be obtained.
+  // the callback, if name is null or memory for a new name cannot be
+  // obtained; a known name keeps its id even when no memory is left.
   unsigned short LookUp(const char* name);
   // Returns the stored name of the first entry, in bytewise name order, whose
   // id is id; null when no entry has it.
   const char* LookUpName(unsigned short id);
 
  private:
-  // The library's own access to the lock, to hold it across fork.
-  friend class RegistryForkCalls;
+  // The library's own access to the lock: held across fork, and taken once
+  // more to mark the process's registry ended.
+  friend class ProcessRegistry;
 
   ModuleRegistry(const ModuleRegistry&);
   ModuleRegistry& operator=(const ModuleRegistry&);
@@ -66,6 +70,16 @@ class QD_EXPORT ModuleRegistry {
 };
 
 // Returns the process-wide registry, creating it on first call.
+//
+// The registry ends when the library is unloaded or the process ends, before
+// the exit handlers registered, and the destructors of globals built, ahead of
+// its creation. Calls made after its end are safe and answer as for a
+// registry that holds no names and takes none: LookUp, LookUpModuleId and
+// ModuleId give 0 ("no module") to every name, known or new, without calling
+// the new-id callback, and LookUpName and LookUpModuleName give null. They
+// touch neither the freed names nor the destroyed lock. A look-up running on
+// another thread when the end comes finishes first; threads must not start
+// look-ups while the process ends.
 QD_EXPORT ModuleRegistry<Mutex>& getmoduleRegistry();
 
 // Returns the module id of name; 0 for a null name, which is not registered.
@@ -73,8 +87,8 @@ QD_EXPORT ModuleRegistry<Mutex>& getmoduleRegistry();
 QD_EXPORT unsigned short LookUpModuleId(const char* name);
 
 // Returns the name registered for id, or null. The pointer stays valid and
-// identical for the same id until the library is unloaded. Linear in the
-// number of names: meant for reports, not hot paths.
+// identical for the same id until the library is unloaded or the process
+// ends. Linear in the number of names: meant for reports, not hot paths.
 QD_EXPORT const char* LookUpModuleName(unsigned short id);
 
 // Makes callback (or null) the one new-id callback of the process, replacing
@@ -97,6 +111,14 @@ class ScopedId;
 // Creates the thread key of the current module scope once per process; later
 // calls change nothing. The heap's initialisation calls it, and so do GetId,
 // SetId and ScopedId, so scopes work before any heap call.
+//
+// The key is deleted when the library is unloaded or the process ends, before
+// the exit handlers registered, and the destructors of globals built, ahead of
+// its creation. From then on no scope is current in any thread: GetId,
+// ScopedId::GetCurrent and QDLog::ReadScopeId read null (module 0,
+// sub-module 0), SetId does nothing, and a ScopedId built then keeps its
+// fields but never becomes current. The deleted key's number, which may
+// already name another component's key, is not used again.
 QD_EXPORT void Init();
 
 // Returns the calling thread's innermost live scope, or null. Despite its

@@ -1,11 +1,14 @@
-// Look-ups when memory for a name cannot be obtained: the result is 0,
-// nothing is registered, no callback runs and the lock is free again.
+// Look-ups when memory for a name cannot be obtained: a new name gets 0,
+// nothing is registered, no callback runs and the lock is free again; a known
+// name keeps its id.
 #include <gtest/gtest.h>
 
 #include <pthread.h>
 #include <stdlib.h>
 
 #include <new>
+#include <string>
+#include <vector>
 
 #include "quendal/classification.h"
 
@@ -14,6 +17,8 @@ namespace {
 // Counts down the allocations still allowed to succeed; 0 means no failure
 // is armed. Only the test's own thread arms it, right around one look-up.
 int g_allocationsBeforeFailure = 0;
+// While set, every allocation fails.
+bool g_failEveryAllocation = false;
 bool g_failureInjected = false;
 
 void ArmFailureAt(int allocation) {
@@ -21,15 +26,22 @@ void ArmFailureAt(int allocation) {
   g_allocationsBeforeFailure = allocation;
 }
 
+void ArmFailureOfEveryAllocation() {
+  g_failureInjected = false;
+  g_failEveryAllocation = true;
+}
+
 bool Disarm() {
   g_allocationsBeforeFailure = 0;
+  g_failEveryAllocation = false;
   return g_failureInjected;
 }
 
 }  // namespace
 
 void* operator new(std::size_t size) {
-  if (g_allocationsBeforeFailure > 0 && --g_allocationsBeforeFailure == 0) {
+  if (g_failEveryAllocation ||
+      (g_allocationsBeforeFailure > 0 && --g_allocationsBeforeFailure == 0)) {
     g_failureInjected = true;
     throw std::bad_alloc();
   }
@@ -131,16 +143,53 @@ TEST_F(RegistryAllocationFailureTest, FailedEntryForAShortNameGivesZeroAndTheNex
   EXPECT_EQ(2, LookUpModuleId("io"));
 }
 
-TEST_F(RegistryAllocationFailureTest, FailedCopyGivesZeroEvenForAKnownName) {
+TEST_F(RegistryAllocationFailureTest, KnownNameKeepsItsIdWhenEveryAllocationFails) {
   EXPECT_EQ(1, LookUpModuleId(kLongName));
-  ArmFailureAt(1);
-  EXPECT_EQ(0, LookUpModuleId(kLongName));
+  EXPECT_EQ(2, LookUpModuleId("io"));
+  ArmFailureOfEveryAllocation();
+  const unsigned short longId = LookUpModuleId(kLongName);
+  const unsigned short shortId = ModuleId("io").m_id;
+  const unsigned short newId = LookUpModuleId("a new module name, too long for a short string");
+  // The copy of the name was still attempted.
   ASSERT_TRUE(Disarm());
 
+  EXPECT_EQ(1, longId);
+  EXPECT_EQ(2, shortId);
+  EXPECT_EQ(0, newId);
   ExpectLockFree();
-  EXPECT_EQ(1, LookUpModuleId(kLongName));
-  EXPECT_EQ(1, g_callbackCount);
-  EXPECT_EQ(1, g_lastCallbackId);
+  EXPECT_EQ(2, g_callbackCount);
+  EXPECT_EQ(nullptr, LookUpModuleName(3));
+  EXPECT_EQ(3, LookUpModuleId("fs"));
+}
+
+// The known name is found among many in name order, whichever order they
+// were registered in.
+TEST_F(RegistryAllocationFailureTest, EveryKnownNameOfManyKeepsItsIdWhenEveryAllocationFails) {
+  const int kNames = 40;
+  std::vector<std::string> names;
+  for (int n = 0; n < kNames; ++n) {
+    // Descending numbers, so that registration order is the reverse of name
+    // order.
+    names.push_back("a module name long enough to need heap storage " + std::to_string(1000 - n));
+    ASSERT_EQ(n + 1, LookUpModuleId(names.back().c_str()));
+  }
+  const std::string unknownBetween = names[10] + "5";
+  std::vector<unsigned short> ids(kNames);
+  ArmFailureOfEveryAllocation();
+  for (int n = 0; n < kNames; ++n) {
+    ids[n] = LookUpModuleId(names[n].c_str());
+  }
+  const unsigned short unknownId = LookUpModuleId(unknownBetween.c_str());
+  const unsigned short prefixId = LookUpModuleId(kLongName);
+  ASSERT_TRUE(Disarm());
+
+  for (int n = 0; n < kNames; ++n) {
+    EXPECT_EQ(n + 1, ids[n]) << names[n];
+  }
+  EXPECT_EQ(0, unknownId);
+  EXPECT_EQ(0, prefixId);
+  EXPECT_EQ(kNames, g_callbackCount);
+  ExpectLockFree();
 }
 
 }  // namespace
