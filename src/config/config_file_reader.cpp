@@ -84,7 +84,9 @@ int ReadConfigValues(unsigned int& chunks, unsigned int& chunkSize,
   if (!Quendal::Config::AppendMemExtension(path, pathLength)) {
     return 0;
   }
-  FILE* file = Quendal::Platform::OpenFile(path, "r");
+  // Only a regular file configures the heap: a FIFO or a device under the
+  // name would block the first heap call or never end, and counts as no file.
+  FILE* file = Quendal::Platform::OpenRegularFile(path);
   if (file == 0) {
     return 0;
   }

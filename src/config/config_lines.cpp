@@ -10,6 +10,10 @@ WalkEnd WalkConfigLines(FILE* file, LineVisitor& visitor) {
   line[0] = '\0';
   line[sizeof(line) - 1] = '\0';
   while (Platform::ReadLine(line, kLineBufferSize, file) != 0) {
+    long position = Platform::ReadPosition(file);
+    if (position < 0 || position > kMaxFileBytes) {
+      return kStoppedAtBound;
+    }
     ConfigLine parsed = ParseConfigLine(line);
     visitor.Visit(line, parsed);
     if (!ChecksStreamAfter(parsed.kind)) {

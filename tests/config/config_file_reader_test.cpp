@@ -18,7 +18,6 @@ typedef std::vector<std::string> Log;
 TEST_F(ReaderTest, OpensThePathWithoutExtensionPlusMem) {
   Read("");
   EXPECT_EQ(std::vector<std::string>{"/usr/bin/player.mem"}, Scripted::OpenedPaths());
-  EXPECT_EQ(std::vector<std::string>{"r"}, Scripted::OpenModes());
 }
 
 TEST_F(ReaderTest, DottedDirectoryLosesEverythingFromItsDot) {
@@ -151,6 +150,61 @@ TEST_F(ReaderTest, LineWithoutFinalNewlineEndsTheFile) {
 TEST_F(ReaderTest, ModuleLineWithoutFinalNewlineIsFiled) {
   Read("MODULE_NAME audio LIMIT 4096");
   EXPECT_EQ(MakeEntries({{"audio", 4096}}), CurrentEntries());
+}
+
+const size_t kReadBound = 1048576;
+
+// Comment lines that make exactly bytes bytes (at least 3).
+std::string CommentLines(size_t bytes) {
+  std::string lines;
+  while (bytes > 0) {
+    size_t length = bytes < 100 ? bytes : 100;
+    // No line shorter than "//\n" is left for the end.
+    if (bytes - length > 0 && bytes - length < 3) {
+      length = bytes - 3;
+    }
+    lines += "//" + std::string(length - 3, '-') + "\n";
+    bytes -= length;
+  }
+  return lines;
+}
+
+TEST_F(ReaderTest, LinesThatEndWithinTheFirstMebibyteAreUsed) {
+  const std::string first = "CHUNKS 5  CHUNK_SIZE 1 SEG_SIZE 1\n";
+  const std::string last = "MODULE_NAME last LIMIT 1\n";
+  std::string contents = first + CommentLines(kReadBound - first.size() - last.size()) + last;
+  ASSERT_EQ(kReadBound, contents.size());
+  Read(contents + "CHUNKS 9  CHUNK_SIZE 1 SEG_SIZE 1\nMODULE_NAME after LIMIT 2\n");
+  EXPECT_EQ(5u, chunks);
+  EXPECT_EQ(MakeEntries({{"last", 1}}), CurrentEntries());
+  // The read past the bound is neither used nor followed by a stream test.
+  const Log& log = Scripted::StreamLog();
+  ASSERT_GE(log.size(), 4u);
+  EXPECT_EQ((Log{"error?", "end?", "read", "close"}), Log(log.end() - 4, log.end()));
+}
+
+TEST_F(ReaderTest, LineThatCrossesTheFirstMebibyteIsNotUsed) {
+  const std::string first = "CHUNKS 5  CHUNK_SIZE 1 SEG_SIZE 1\n";
+  Read(first + CommentLines(kReadBound - first.size() - 10) + "MODULE_NAME across LIMIT 1\n" +
+       "CHUNKS 9  CHUNK_SIZE 1 SEG_SIZE 1\n");
+  EXPECT_EQ(5u, chunks);
+  EXPECT_TRUE(getModuleLimits().empty());
+}
+
+TEST_F(ReaderTest, FileOfExactlyAMebibyteIsReadToItsEnd) {
+  const std::string last = "CHUNKS 9  CHUNK_SIZE 1 SEG_SIZE 1\n";
+  Read(CommentLines(kReadBound - last.size()) + last);
+  EXPECT_EQ(9u, chunks);
+  const Log& log = Scripted::StreamLog();
+  ASSERT_GE(log.size(), 2u);
+  EXPECT_EQ((Log{"read-none", "close"}), Log(log.end() - 2, log.end()));
+}
+
+TEST_F(ReaderTest, PositionThatCannotBeToldStopsReading) {
+  Scripted::LosePositionFromLine(2);
+  Read("CHUNKS 5  CHUNK_SIZE 1 SEG_SIZE 1\nCHUNKS 9  CHUNK_SIZE 1 SEG_SIZE 1\n");
+  EXPECT_EQ(5u, chunks);
+  EXPECT_EQ((Log{"read", "error?", "end?", "read", "close"}), Scripted::StreamLog());
 }
 
 }  // namespace

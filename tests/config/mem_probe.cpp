@@ -2,6 +2,8 @@
 // for the tests that copy it beside a ".mem" file and read what it prints.
 //
 //   mem_probe config       read the configuration, print values and limits
+//   mem_probe heap         make the first heap call, print the pool's chunk
+//                          count and the limits that call read
 //   mem_probe pool         allocate 1024-byte blocks, print the run of blocks
 //                          that lie one 2048-byte chunk apart
 //   mem_probe after-exit   read again from an exit handler that runs after the
@@ -13,8 +15,28 @@
 
 #include "quendal/config_file_reader.h"
 #include "quendal/heap.h"
+#include "quendal/heap_stats.h"
 
 namespace {
+
+void PrintModules() {
+  for (const auto& entry : getModuleLimits()) {
+    printf("module %lu %s\n", entry.second, entry.first);
+  }
+}
+
+int PrintHeap() {
+  void* block = QDHeapAlloc(40);
+  QDHeapStats stats;
+  stats.size = sizeof(stats);
+  if (QDHeapGetStats(&stats) != QD_HEAP_STATS_OK) {
+    return 1;
+  }
+  printf("heap-chunks %u\n", stats.chunkCount);
+  PrintModules();
+  QDHeapFree(block);
+  return 0;
+}
 
 void PrintConfig() {
   unsigned int chunks = 0;
@@ -22,9 +44,7 @@ void PrintConfig() {
   unsigned int segSize = 0;
   int result = ConfigFileReader::ReadConfigValues(chunks, chunkSize, segSize);
   printf("result %d\nchunks %u\nchunkSize %u\nsegSize %u\n", result, chunks, chunkSize, segSize);
-  for (const auto& entry : getModuleLimits()) {
-    printf("module %lu %s\n", entry.second, entry.first);
-  }
+  PrintModules();
 }
 
 int PrintPoolRun() {
@@ -75,13 +95,15 @@ int PrintAfterExit() {
 
 int main(int argc, char** argv) {
   if (argc != 2) {
-    fprintf(stderr, "usage: %s config|pool|after-exit\n", argv[0]);
+    fprintf(stderr, "usage: %s config|heap|pool|after-exit\n", argv[0]);
     return 2;
   }
   int status = 2;
   if (strcmp(argv[1], "config") == 0) {
     PrintConfig();
     status = 0;
+  } else if (strcmp(argv[1], "heap") == 0) {
+    status = PrintHeap();
   } else if (strcmp(argv[1], "pool") == 0) {
     status = PrintPoolRun();
   } else if (strcmp(argv[1], "after-exit") == 0) {

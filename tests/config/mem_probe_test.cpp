@@ -2,6 +2,9 @@
 // ".mem" file in a directory of this test process's own and run there.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <filesystem>
 #include <map>
 #include <set>
@@ -63,6 +66,28 @@ class MemProbeTest : public ::testing::Test {
     EXPECT_EQ(expectedExit, result.exitCode) << result.output;
     return ParseOutput(result.output);
   }
+
+  // Runs program under the watchdog: a run that hangs or never ends reading
+  // fails the test instead of stalling it.
+  ProbeOutput RunGuarded(const fs::path& program, const std::string& mode,
+                         QuendalTest::RunOptions options = QuendalTest::RunOptions()) {
+    options.watchdogSeconds = kWatchdogSeconds;
+    QuendalTest::ProgramResult result = QuendalTest::RunProgram(program.string(), {mode}, options);
+    EXPECT_FALSE(result.timedOut) << program << " was still running after " << kWatchdogSeconds
+                                  << " seconds and was killed";
+    EXPECT_TRUE(result.exited) << program;
+    EXPECT_EQ(0, result.exitCode) << result.output;
+    return ParseOutput(result.output);
+  }
+
+  // What the first heap call left when it found no file.
+  static void ExpectHeapDefaults(const ProbeOutput& output) {
+    EXPECT_EQ("650", output.values.count("heap-chunks") ? output.values.at("heap-chunks") : "none");
+    EXPECT_TRUE(output.modules.empty());
+  }
+
+  // Generous: a run takes well under a second, emulated or sanitized.
+  static constexpr unsigned kWatchdogSeconds = 60;
 
   static void ExpectDefaults(const ProbeOutput& output) {
     EXPECT_EQ("650", output.values.at("chunks"));
@@ -145,6 +170,108 @@ TEST_F(MemProbeTest, PoolHasTheConfiguredChunkCount) {
   // Five chunks when the segment happens to be chunk-aligned, else four.
   EXPECT_GE(run, 4);
   EXPECT_LE(run, 5);
+}
+
+// Only a regular file is read: whatever else bears the name counts as no
+// file. A FIFO nobody writes to would block the first heap call for ever.
+TEST_F(MemProbeTest, FifoWithoutAWriterIsNoFile) {
+  fs::path program = Install("player.bin");
+  ASSERT_EQ(0, mkfifo((base / "player.mem").c_str(), 0644));
+  ExpectHeapDefaults(RunGuarded(program, "heap"));
+}
+
+// Devices that never end: read to the end, they would keep the first heap
+// call reading for ever.
+TEST_F(MemProbeTest, LinkToDevZeroIsNoFile) {
+  fs::path program = Install("player.bin");
+  fs::create_symlink("/dev/zero", base / "player.mem");
+  ExpectHeapDefaults(RunGuarded(program, "heap"));
+}
+
+TEST_F(MemProbeTest, LinkToDevUrandomIsNoFile) {
+  fs::path program = Install("player.bin");
+  fs::create_symlink("/dev/urandom", base / "player.mem");
+  ExpectHeapDefaults(RunGuarded(program, "heap"));
+}
+
+TEST_F(MemProbeTest, DirectoryIsNoFile) {
+  fs::path program = Install("player.bin");
+  fs::create_directory(base / "player.mem");
+  QuendalTest::WriteFile(base / "player.mem" / "player.mem", kExampleFile);
+  ExpectHeapDefaults(RunGuarded(program, "heap"));
+}
+
+TEST_F(MemProbeTest, UnreadableFileIsNoFile) {
+  const int kUnprivilegedUser = 65534;
+  fs::path program = Install("player.bin");
+  fs::path mem = base / "player.mem";
+  QuendalTest::WriteFile(mem, kExampleFile);
+  QuendalTest::RunOptions options;
+  if (geteuid() == 0) {
+    // Root reads any file: the program runs as an unprivileged user, who
+    // must reach it and its directory.
+    options.userId = kUnprivilegedUser;
+    fs::permissions(base, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
+                              fs::perms::others_read | fs::perms::others_exec);
+  }
+  // As that user the program first reads the file while it is readable.
+  options.watchdogSeconds = kWatchdogSeconds;
+  QuendalTest::ProgramResult readable =
+      QuendalTest::RunProgram(program.string(), {"heap"}, options);
+  if (readable.userSwitchFailed) {
+    GTEST_SKIP() << "cannot run the program as user " << kUnprivilegedUser
+                 << " (no right to switch users here), and root reads every file";
+  }
+  // 127: the loader could not load the library for that user.
+  if (options.userId >= 0 && (readable.execFailed || readable.exitCode == 127)) {
+    GTEST_SKIP() << "the program does not start as user " << kUnprivilegedUser
+                 << " (is the build tree readable by it?), and root reads every file";
+  }
+  ASSERT_FALSE(readable.timedOut);
+  ASSERT_EQ("800", ParseOutput(readable.output).values["heap-chunks"]) << readable.output;
+
+  fs::permissions(mem, fs::perms::none);
+  ExpectHeapDefaults(RunGuarded(program, "heap", options));
+}
+
+// Comment lines that make exactly bytes bytes (at least 3).
+std::string CommentLines(size_t bytes) {
+  std::string lines;
+  while (bytes > 0) {
+    size_t length = bytes < 100 ? bytes : 100;
+    // No line shorter than "//\n" is left for the end.
+    if (bytes - length > 0 && bytes - length < 3) {
+      length = bytes - 3;
+    }
+    lines += "//" + std::string(length - 3, '-') + "\n";
+    bytes -= length;
+  }
+  return lines;
+}
+
+const size_t kReadBound = 1048576;
+
+TEST_F(MemProbeTest, OnlyTheFirstMebibyteIsRead) {
+  fs::path program = Install("player.bin");
+  const std::string first = "CHUNKS 800  CHUNK_SIZE 2048 SEG_SIZE 1024\n";
+  const std::string last = "MODULE_NAME last LIMIT 1\n";
+  std::string contents = first + CommentLines(kReadBound - first.size() - last.size()) + last;
+  ASSERT_EQ(kReadBound, contents.size());
+  contents += "CHUNKS 900  CHUNK_SIZE 2048 SEG_SIZE 1024\nMODULE_NAME after LIMIT 2\n";
+  contents += CommentLines(kReadBound);
+  QuendalTest::WriteFile(base / "player.mem", contents);
+  ProbeOutput output = RunGuarded(program, "heap");
+  EXPECT_EQ("800", output.values["heap-chunks"]);
+  EXPECT_EQ((Modules{{1, "last"}}), output.modules);
+}
+
+TEST_F(MemProbeTest, LineAcrossTheFirstMebibyteIsNotUsed) {
+  fs::path program = Install("player.bin");
+  const std::string first = "CHUNKS 800  CHUNK_SIZE 2048 SEG_SIZE 1024\n";
+  std::string contents = first + CommentLines(kReadBound - first.size() - 10);
+  contents += "CHUNKS 900  CHUNK_SIZE 2048 SEG_SIZE 1024\n";
+  QuendalTest::WriteFile(base / "player.mem", contents);
+  EXPECT_EQ("800", RunGuarded(program, "heap").values["heap-chunks"]);
 }
 
 }  // namespace

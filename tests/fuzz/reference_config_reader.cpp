@@ -12,6 +12,10 @@ namespace {
 // newline.
 const size_t kPieceLength = 127;
 
+// Only the file's first MiB is read: a piece that ends beyond it is read but
+// not used, and nothing after it is read.
+const size_t kReadBound = 1 << 20;
+
 bool IsSpace(char c) {
   return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
 }
@@ -134,6 +138,9 @@ ReferenceConfig ReadReferenceConfig(const std::string& file) {
     position += length;
     config.pieces.push_back(piece);
     config.filesLimit.push_back(false);
+    if (position > kReadBound) {
+      break;
+    }
 
     std::string line = piece.substr(0, piece.find('\0'));
     if (StartsWith(line, "//")) {

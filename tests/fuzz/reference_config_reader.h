@@ -1,7 +1,8 @@
 // An independent reading of a memory configuration file, written from its
 // line rules: the file is taken in the pieces fgets gives a 128-byte buffer,
-// each piece is a C string up to its first NUL, and the numbers follow the C
-// library's "%d" (decimal, saturated to long, then cut to int).
+// up to the piece that ends past its first MiB, each piece is a C string up
+// to its first NUL, and the numbers follow the C library's "%d" (decimal,
+// saturated to long, then cut to int).
 #ifndef QUENDAL_TESTS_FUZZ_REFERENCE_CONFIG_READER_H
 #define QUENDAL_TESTS_FUZZ_REFERENCE_CONFIG_READER_H
 

@@ -10,6 +10,7 @@
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -283,6 +284,36 @@ TEST(DropIn, StatisticsAreWrittenAtExitWhenAsked) {
   text << stream.rdbuf();
   EXPECT_NE(text.str().find("libQuendal heap statistics\n"), std::string::npos) << text.str();
   EXPECT_NE(text.str().find(" would have held the peak of this run\n"), std::string::npos);
+}
+
+// The first malloc of a program that preloads the drop-in reads the ".mem"
+// beside it before main. A FIFO under that name, which nobody writes to,
+// must count as no file instead of blocking the program for ever.
+TEST(DropIn, FifoBesideAPreloadedProgramDoesNotHangIt) {
+  // Generous: the program runs well under a second, emulated or not.
+  const unsigned kWatchdogSeconds = 60;
+  QuendalTest::TempDir dir;
+  const std::filesystem::path program = dir.path() / "preloaded.bin";
+  const std::filesystem::path mem = dir.path() / "preloaded.mem";
+  QuendalTest::CopyExecutable(QUENDAL_PRELOADED_PROGRAM, program);
+  QuendalTest::RunOptions options;
+  options.preload = QUENDAL_DROP_IN_LIBRARY;
+  options.watchdogSeconds = kWatchdogSeconds;
+
+  // A regular file is read: the run can tell the file's chunks from the default.
+  QuendalTest::WriteFile(mem, "CHUNKS 777  CHUNK_SIZE 2048 SEG_SIZE 1024\n");
+  QuendalTest::ProgramResult regular = QuendalTest::RunProgram(program.string(), {}, options);
+  ASSERT_FALSE(regular.timedOut);
+  ASSERT_EQ(regular.output, "chunks 777\n");
+
+  std::filesystem::remove(mem);
+  ASSERT_EQ(mkfifo(mem.c_str(), 0644), 0);
+  QuendalTest::ProgramResult fifo = QuendalTest::RunProgram(program.string(), {}, options);
+  EXPECT_FALSE(fifo.timedOut) << "the program was still running after " << kWatchdogSeconds
+                              << " seconds and was killed";
+  EXPECT_TRUE(fifo.exited);
+  EXPECT_EQ(fifo.exitCode, 0);
+  EXPECT_EQ(fifo.output, "chunks 650\n");
 }
 
 }  // namespace

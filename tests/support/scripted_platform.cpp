@@ -19,9 +19,9 @@ struct State {
   bool hasFile = false;
   std::string fileContents;
   std::vector<std::string> openedPaths;
-  std::vector<std::string> openModes;
   int errorFromLine = 0;
   int endFromLine = 0;
+  int lostPositionFromLine = 0;
   int linesRead = 0;
   std::function<void(int)> lineCallback;
   std::vector<std::string> streamLog;
@@ -72,16 +72,16 @@ const std::vector<std::string>& OpenedPaths() {
   return state().openedPaths;
 }
 
-const std::vector<std::string>& OpenModes() {
-  return state().openModes;
-}
-
 void ReportErrorFromLine(int line) {
   state().errorFromLine = line;
 }
 
 void ReportEndFromLine(int line) {
   state().endFromLine = line;
+}
+
+void LosePositionFromLine(int line) {
+  state().lostPositionFromLine = line;
 }
 
 void SetLineCallback(const std::function<void(int)>& callback) {
@@ -114,9 +114,8 @@ char* CommandName(char* buffer, size_t size) {
   return buffer;
 }
 
-FILE* OpenFile(const char* path, const char* mode) {
+FILE* OpenRegularFile(const char* path) {
   state().openedPaths.push_back(path);
-  state().openModes.push_back(mode);
   if (!state().hasFile) {
     return nullptr;
   }
@@ -142,6 +141,14 @@ char* ReadLine(char* line, int size, FILE* file) {
     state().lineCallback(state().linesRead);
   }
   return result;
+}
+
+// Not logged: the stream log stays the calls the reader makes of the file.
+long ReadPosition(FILE* file) {
+  if (state().lostPositionFromLine > 0 && state().linesRead >= state().lostPositionFromLine) {
+    return -1;
+  }
+  return static_cast<long>(ftello(file));
 }
 
 int FileError(FILE* file) {

@@ -15,7 +15,8 @@ namespace QuendalTest {
 namespace ScriptedPlatform {
 
 // Back to the start: longest path 4096, no executable path (CommandName
-// fails), no file (OpenFile fails), no scripted stream reports, empty logs.
+// fails), no file (OpenRegularFile fails), no scripted stream reports, empty
+// logs.
 void Reset();
 
 // What MaxPathLength() answers.
@@ -30,18 +31,21 @@ void FailExecutablePath();
 size_t LastCommandNameSize();
 int CommandNameCalls();
 
-// Every OpenFile() of any path serves these bytes through a real stream.
+// Every OpenRegularFile() of any path serves these bytes through a real
+// stream.
 void SetFileContents(const std::string& contents);
 void FailOpenFile();
 
-// Paths and modes given to OpenFile(), in call order.
+// Paths given to OpenRegularFile(), in call order.
 const std::vector<std::string>& OpenedPaths();
-const std::vector<std::string>& OpenModes();
 
 // From the given line on (1-based, counted by ReadLine() calls that returned
 // a line), FileError() / FileAtEnd() report non-zero.
 void ReportErrorFromLine(int line);
 void ReportEndFromLine(int line);
+
+// From the given line on, ReadPosition() cannot tell the position (-1).
+void LosePositionFromLine(int line);
 
 // Called with the line number after each ReadLine() that returned a line.
 void SetLineCallback(const std::function<void(int)>& callback);

@@ -10,8 +10,9 @@ foreach(variable TOOL WORK_DIR EXIT)
 endforeach()
 string(REPLACE "|" ";" args "${ARGS}")
 string(REPLACE "|" ";" emulator "${EMULATOR}")
+# The timeout is a safety net for a tool that never stops reading.
 execute_process(COMMAND ${emulator} "${TOOL}" ${args} WORKING_DIRECTORY "${WORK_DIR}"
-  RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE errors)
+  RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE errors TIMEOUT 60)
 if(NOT result STREQUAL "${EXIT}")
   message(FATAL_ERROR "exit status ${result}, expected ${EXIT}\n${output}${errors}")
 endif()

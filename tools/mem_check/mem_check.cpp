@@ -5,8 +5,12 @@
 // The lines go through the reader's own walk and line classifier, and the
 // path through its own path rules, so the tool cannot disagree with them.
 //
+// FILE is opened as the library opens a ".mem" file: only a regular file is
+// read, and at most its first 1 MiB.
+//
 // Exit status: 0 when every line but comments and blank ones has an effect,
-// 1 when some line is ignored, 2 when FILE cannot be read (or on bad usage).
+// 1 when some line is ignored or the file goes on past what the library
+// reads, 2 when FILE cannot be read or is no regular file (or on bad usage).
 #include <errno.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -22,6 +26,7 @@
 #include "config/mem_file_path.h"
 #include "config/pool_values.h"
 #include "heap/chunk_header.h"
+#include "platform/file.h"
 #include "util/max_align.h"
 
 namespace {
@@ -304,6 +309,26 @@ void PrintExecutable(const std::string& file, const std::string& executable) {
   printf("  FILE is that path: %s\n", same ? "yes" : "no");
 }
 
+// What stands at path when it exists and is no regular file, as "a
+// directory"; empty otherwise.
+std::string FileKind(const fs::path& path) {
+  std::error_code error;
+  switch (fs::status(path, error).type()) {
+    case fs::file_type::directory:
+      return "a directory";
+    case fs::file_type::fifo:
+      return "a FIFO";
+    case fs::file_type::character:
+      return "a character device";
+    case fs::file_type::block:
+      return "a block device";
+    case fs::file_type::socket:
+      return "a socket";
+    default:
+      return "";
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -312,20 +337,30 @@ int main(int argc, char** argv) {
     return 2;
   }
   const char* file = argv[1];
-  FILE* stream = fopen(file, "r");
+  FILE* stream = Quendal::Platform::OpenRegularFile(file);
   if (stream == nullptr) {
-    fprintf(stderr, "quendal-mem-check: cannot open %s: %s\n", file, strerror(errno));
+    int openError = errno;
+    std::string kind = FileKind(file);
+    if (kind.empty()) {
+      fprintf(stderr, "quendal-mem-check: cannot open %s: %s\n", file, strerror(openError));
+    } else {
+      printf("%s: %s, not a regular file: the library reads no file and keeps the defaults\n", file,
+             kind.c_str());
+    }
     return 2;
   }
   printf("%s:\n", file);
   Checker checker;
   Config::WalkEnd end = Config::WalkConfigLines(stream, checker);
-  bool readError = ferror(stream) != 0;
-  fclose(stream);
+  bool readError = Quendal::Platform::FileError(stream) != 0;
+  Quendal::Platform::CloseFile(stream);
   checker.Flush();
   if (readError) {
     printf("read error after line %d: the reader stops and keeps what it read\n",
            checker.LinesRead());
+  } else if (end == Config::kStoppedAtBound) {
+    printf("the reader takes only the first %ld bytes: it stops after line %d\n",
+           Config::kMaxFileBytes, checker.LinesRead());
   } else if (end == Config::kStoppedAtEnd || end == Config::kNoMoreLines) {
     printf("end of the file after line %d\n", checker.LinesRead());
   }
@@ -339,5 +374,5 @@ int main(int argc, char** argv) {
   if (readError) {
     return 2;
   }
-  return checker.IgnoredLines() == 0 ? 0 : 1;
+  return checker.IgnoredLines() == 0 && end != Config::kStoppedAtBound ? 0 : 1;
 }
