@@ -86,7 +86,9 @@ typedef PIMap<unsigned long, unsigned long, mapHeapAllocData, mapHeapAllocData, 
 // returns true: all entries up to 256, all 257 when there are exactly 257,
 // the first 256 when there are more; so records needs QDAccountingCopySlots
 // slots. The reserved field is not written. Takes no lock; a walk of the
-// table must not run on another thread at the same time.
+// table must not run on another thread at the same time. After the table's
+// end (see getModuleMemMap) it answers as for an empty table: the sums,
+// count 0, false.
 QD_EXPORT bool getHeapAlloc(unsigned long& count, QDCurrentHeapAlloc* records,
                             QDSumHeapAlloc& sums) QD_NOTHROW;
 
@@ -97,7 +99,8 @@ QD_EXPORT bool getHeapAlloc(unsigned long& count, QDCurrentHeapAlloc* records,
 // QDAccountingCopySlots slots). A name is the logged text, or "M_<id>" when
 // the entry has no usable name (its buffer was freed or never obtained).
 // Fewer pairs than count may be written; unwritten slots are left as they
-// were. Null arrays are not written.
+// were. Null arrays are not written. After the log's table has ended (see
+// getIDModuleMap) it answers as for an empty log: count 0, false.
 QD_EXPORT bool getModuleIdMapping(unsigned long& count, unsigned short* ids,
                                   char (*names)[64]) QD_NOTHROW;
 
@@ -110,13 +113,24 @@ QD_EXPORT bool getModuleIdMapping(unsigned long& count, unsigned short* ids,
 // prints its id and -999 and ends with ";". See docs/accounting.md for every
 // row form. The second argument is ignored. A null stream writes nothing.
 // Uses static working storage: never run two reports at the same time.
+// After the end of the accounting table it writes no rows, and after the end
+// of the log's table every row is nameless; the fixed lines and the sums
+// trailer are written as always.
 QD_EXPORT void dumpModules(FILE* stream, unsigned short) QD_NOTHROW;
 
 }  // namespace AllocMemoryTable
 
-// The accounting table of the process, built empty (17 buckets) on first call
-// and destroyed when the library is unloaded. Nothing in the library fills
-// it. Not locked: serialise writers and walks yourself.
+// The accounting table of the process, built empty (17 buckets) on first call.
+// Nothing in the library fills it. Not locked: serialise writers and walks
+// yourself.
+//
+// The table ends when the library is unloaded or the process ends, before
+// the exit handlers registered, and the destructors of globals built, ahead
+// of its creation. Its entries and buckets are freed, but the object stays:
+// the same pointer, to an empty table, is returned from then on, and
+// getHeapAlloc, QDgetHeapAlloc and the memory report answer as for an empty
+// table without reading it. Whatever a caller writes into it after its end
+// is never freed.
 QD_EXPORT AllocMemoryTable::ModuleMemMap* getModuleMemMap();
 
 // Pointers to the four process-wide sums (zero at load); write through them
@@ -129,8 +143,9 @@ QD_EXPORT int32_t* getCurVal();
 typedef PIArray<unsigned short, unsigned short, NullLocking, PIArrayDefaultAlloc>
     MessagesWrittenArray;
 
-// The messages-written array, built empty on first call and destroyed when
-// the library is unloaded. Nothing in the library reads or fills it.
+// The messages-written array, built empty on first call and never destroyed,
+// so it stays usable at exit and after unload. Nothing in the library reads
+// or fills it.
 QD_EXPORT MessagesWrittenArray* getMessagesWritten();
 
 extern "C" {
@@ -140,8 +155,9 @@ extern "C" {
 // QDAccountingArraySlots records (reserved included), then fills them as
 // getHeapAlloc does, but never more than QDAccountingArraySlots records, and
 // returns the table's entry count, or QDgetHeapAllocEmptyTable when the table
-// is empty (the normal answer in this build). A null records pointer gets no
-// records; the sums and the count are still delivered.
+// is empty (the normal answer in this build) or has ended (see
+// getModuleMemMap). A null records pointer gets no records; the sums and the
+// count are still delivered.
 QD_EXPORT unsigned long QDgetHeapAlloc(QDCurrentHeapAlloc* records,
                                        QDSumHeapAlloc* sums) QD_NOTHROW;
 
@@ -149,7 +165,8 @@ QD_EXPORT unsigned long QDgetHeapAlloc(QDCurrentHeapAlloc* records,
 // ids and names as AllocMemoryTable::getModuleIdMapping does, but never more
 // than QDAccountingArraySlots pairs, and returns the log's entry count, or
 // QDgetModuleIdMappingEmptyTable when the log is empty (it always is until a
-// QDLog::SetClassIdCb object exists). Null arrays are not written.
+// QDLog::SetClassIdCb object exists) or its table has ended (see
+// getIDModuleMap). Null arrays are not written.
 QD_EXPORT unsigned long QDgetModuleIdMapping(unsigned short* ids, char (*names)[64]) QD_NOTHROW;
 
 }  // extern "C"

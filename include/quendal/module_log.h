@@ -20,9 +20,19 @@ typedef PIMap<unsigned short, unsigned short, const char*, const char*, NullLock
               PIMapDefaultAlloc>
     IDModuleMap;
 
-// The log's table, built empty on first call and destroyed (without freeing
-// the names) when the library is unloaded. Written only by
+// The log's table, built empty on first call. Written only by
 // QDLog::OnNewModule; not locked, so readers must run at quiet moments.
+//
+// The table ends when the library is unloaded or the process ends, before
+// the exit handlers registered, and the destructors of globals built, ahead
+// of its creation (the module registry may still live then). Its entries and
+// buckets are freed (the names are not), but the object stays: the same
+// table, empty, is returned from then on. After its end the log files
+// nothing and reads nothing: OnNewModule ignores new names,
+// SetClassIdCb's constructor and destructor leave the table alone, and the
+// copies (dump_map_to_file, AllocMemoryTable::getModuleIdMapping,
+// QDgetModuleIdMapping, the memory report) answer as for an empty log.
+// Whatever a caller writes into the table after its end is never freed.
 QD_EXPORT IDModuleMap& getIDModuleMap();
 
 namespace QDLog {
@@ -34,11 +44,12 @@ namespace QDLog {
 class QD_EXPORT SetClassIdCb {
  public:
   // Makes OnNewModule the registry's new-id callback and gives the table 41
-  // empty buckets.
+  // empty buckets (none once the table has ended, see getIDModuleMap).
   SetClassIdCb();
   // Frees every name buffer and sets its entry to null; the entries and the
   // count stay, and copies then show such a module as "M_<id>". The callback
-  // stays in place: names looked up later are still logged.
+  // stays in place: names looked up later are still logged. Does nothing
+  // once the table has ended.
   virtual ~SetClassIdCb();
 
  private:
@@ -49,8 +60,10 @@ class QD_EXPORT SetClassIdCb {
 // The new-id callback: files a copy of name under id. A name of up to 63
 // characters is copied; a longer or null name is filed as "_<id>". A repeated
 // id (after the registry's wrap-around) gets the new text; the old buffer is
-// not freed. When no buffer can be obtained the entry holds null. Runs under
-// the registry's lock; does not call back into the registry.
+// not freed. When no buffer can be obtained the entry holds null. Once the
+// table has ended (see getIDModuleMap) nothing is filed and no buffer is
+// taken. Runs under the registry's lock; does not call back into the
+// registry.
 QD_EXPORT void OnNewModule(const char* name, unsigned short id) QD_NOTHROW;
 
 // Sets moduleId and subModuleId to those of the calling thread's current
@@ -60,7 +73,8 @@ QD_EXPORT void ReadScopeId(unsigned short& moduleId, unsigned short& subModuleId
 // Writes one line "<id>;<name>;\n" per logged module, in the table's walk
 // order (by bucket, newest first within a bucket), at most 257 lines, then
 // flushes and closes stream: do not use or close it afterwards. A null
-// stream is ignored.
+// stream is ignored. After the table's end no line is written; the stream is
+// still flushed and closed.
 QD_EXPORT void dump_map_to_file(FILE* stream) QD_NOTHROW;
 
 }  // namespace QDLog

@@ -2,6 +2,7 @@
 // exported one.
 #include <string.h>
 
+#include "accounting/lasting_table.h"
 #include "accounting/table_copies.h"
 #include "heap/heap_init.h"
 #include "quendal/accounting.h"
@@ -19,6 +20,10 @@ unsigned long CopyHeapAlloc(unsigned long& count, QDCurrentHeapAlloc* records,
   sums.curVal = *getCurVal();
 
   AllocMemoryTable::ModuleMemMap& table = *getModuleMemMap();
+  if (ModuleMemMapEnded()) {
+    count = 0;
+    return 0;
+  }
   table.StartIteration();
   count = table.GetCount();
   if (count == 0 || records == 0) {

@@ -3,6 +3,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "accounting/lasting_table.h"
 #include "accounting/table_copies.h"
 #include "heap/heap_init.h"
 #include "quendal/accounting.h"
@@ -42,6 +43,9 @@ unsigned long CopyModuleIdMapping(unsigned long& count, unsigned short* ids, cha
                                   unsigned long capacity) {
   count = 0;
   IDModuleMap& table = getIDModuleMap();
+  if (IdModuleMapEnded()) {
+    return 0;
+  }
   table.StartIteration();
   count = table.GetCount();
   if (count == 0) {

@@ -5,27 +5,54 @@
 
 #include <new>
 
+#include "accounting/lasting_table.h"
 #include "quendal/classification.h"
 #include "quendal/module_log.h"
 
 using Quendal::Classification::ScopedId;
 
+namespace {
+
+// Outside the static that ends at exit, so that both outlive it.
+Quendal::Accounting::TableStorage<IDModuleMap> idModuleStorage;
+bool idModuleMapEnded = false;
+
+}  // namespace
+
 IDModuleMap& getIDModuleMap() {
-  static IDModuleMap table;
-  return table;
+  static Quendal::Accounting::MapLifetime<IDModuleMap> table(idModuleStorage, idModuleMapEnded);
+  return table.GetMap();
 }
+
+namespace Quendal {
+namespace Accounting {
+
+bool IdModuleMapEnded() {
+  return idModuleMapEnded;
+}
+
+}  // namespace Accounting
+}  // namespace Quendal
 
 namespace QDLog {
 
 SetClassIdCb::SetClassIdCb() {
   ScopedId::SetOnNewIdCallback(OnNewModule);
+  IDModuleMap& table = getIDModuleMap();
+  // An ended table stays empty: a bucket table made now would never be freed.
+  if (idModuleMapEnded) {
+    return;
+  }
   // Drops any bucket table already there: entries made before are lost from
   // the table although its count keeps them.
-  getIDModuleMap().AllocBucketTable(41);
+  table.AllocBucketTable(41);
 }
 
 SetClassIdCb::~SetClassIdCb() {
   IDModuleMap& table = getIDModuleMap();
+  if (idModuleMapEnded) {
+    return;
+  }
   table.StartIteration();
   unsigned short id = 0;
   const char* name = 0;
@@ -39,6 +66,11 @@ SetClassIdCb::~SetClassIdCb() {
 }
 
 void OnNewModule(const char* name, unsigned short id) QD_NOTHROW {
+  // A name that comes after the table's end at exit, while the registry still
+  // lives, is not filed: its buffer would never be freed.
+  if (idModuleMapEnded) {
+    return;
+  }
   // Without a buffer the entry holds null, which copies show as "M_<id>".
   char* buffer = new (std::nothrow) char[64];
   if (buffer != 0) {

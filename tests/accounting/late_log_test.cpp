@@ -1,0 +1,60 @@
+// The module-name log and the accounting table used after their end at exit
+// while the module registry still lives (late_log_program.cpp): the late
+// new name is not filed, every query answers as for empty tables, and
+// nothing reads or writes memory the tables have already released.
+#include <gtest/gtest.h>
+
+#include <stdlib.h>
+
+#include <string>
+
+#include "support/run_program.h"
+
+namespace {
+
+const char kReportHead[] =
+    "\nQUENDAL_HEAP_DEBUGGER; not defined\n"
+    "TRACE_QDALLOCS; not defined\n"
+    "USE_MEMTABLE; not defined\n"
+    "USE_MEMALLOC_CHECKER; not defined\n"
+    "DUMP_AT_END; not defined\n\n"
+    "ModuleID;SubMId;Used;MaxUsed;Limit;Count;;;\n";
+
+const std::string kExpectedOutput =
+    std::string(
+        "before exit: mapping 2, copy true 2, heap alloc 1, copy true 1, current sum 64, "
+        "log table 2, accounting table 1, messages 0\n"
+        "2;video;\n"
+        "1;audio;\n") +
+    kReportHead +
+    "audio;2;64;0;-9999;0\n"
+    "\nCurrentSum;MaxSum;AdditionalStore;MaxAddStore;\n64;0;0;0;\n"
+    "late: ids 1 3\n"
+    "late: mapping 4294967295, copy false 0, heap alloc 4294967295, copy false 0, "
+    "current sum 64, log table 0, accounting table 0, messages 0\n" +
+    kReportHead + "\nCurrentSum;MaxSum;AdditionalStore;MaxAddStore;\n64;0;0;0;\n";
+
+TEST(LateLog, AnswersAsForEmptyTablesAndFilesNothing) {
+  const QuendalTest::ProgramResult result = QuendalTest::RunProgram(QUENDAL_LATE_LOG_PROGRAM, {});
+  ASSERT_TRUE(result.exited);
+  EXPECT_EQ(0, result.exitCode);
+  EXPECT_EQ(kExpectedOutput, result.output);
+}
+
+TEST(LateLog, TouchesNoReleasedMemoryUnderValgrind) {
+  const std::string valgrind = QUENDAL_VALGRIND;
+  if (valgrind.empty()) {
+    GTEST_SKIP() << QUENDAL_VALGRIND_MISSING;
+  }
+  if (getenv("QUENDAL_TEST_EMULATOR") != nullptr) {
+    GTEST_SKIP() << "skipped: this configuration runs its programs under an emulator, "
+                    "not under valgrind";
+  }
+  const QuendalTest::ProgramResult result = QuendalTest::RunProgram(
+      valgrind, {"--error-exitcode=99", "--leak-check=no", QUENDAL_LATE_LOG_PROGRAM});
+  ASSERT_TRUE(result.exited);
+  EXPECT_EQ(0, result.exitCode) << "99: valgrind reported errors (see its output above)";
+  EXPECT_EQ(kExpectedOutput, result.output);
+}
+
+}  // namespace
