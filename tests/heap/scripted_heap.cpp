@@ -16,7 +16,7 @@ std::vector<void*> ScriptedSegmentHeap::allocations;
 
 void* ScriptedSegmentHeap::Alloc(size_t size) {
   requests.push_back(size);
-  SegmentStep step = {SegmentStep::kOffsetFromPowerOfTwo, size_t(1) << 20, 0};
+  SegmentStep step = {SegmentStep::kOffsetFromPowerOfTwo, size_t(1) << 20, 0, 0};
   if (!script.empty()) {
     step = script.front();
     script.pop_front();
@@ -26,7 +26,10 @@ void* ScriptedSegmentHeap::Alloc(size_t size) {
   }
   void* raw = nullptr;
   unsigned char* segment = nullptr;
-  if (step.kind == SegmentStep::kOffsetFromPowerOfTwo) {
+  if (step.kind == SegmentStep::kShort) {
+    size = step.bytes < size ? step.bytes : size;
+  }
+  if (step.kind == SegmentStep::kOffsetFromPowerOfTwo || step.kind == SegmentStep::kShort) {
     if (posix_memalign(&raw, step.alignment, size + step.offset) != 0) {
       return nullptr;
     }
@@ -54,17 +57,22 @@ void* ScriptedSegmentHeap::ReAlloc(void*, size_t) {
 }
 
 void ScriptedSegmentHeap::QueueFailure() {
-  SegmentStep step = {SegmentStep::kFail, 0, 0};
+  SegmentStep step = {SegmentStep::kFail, 0, 0, 0};
   script.push_back(step);
 }
 
 void ScriptedSegmentHeap::QueueOffset(size_t alignment, size_t offset) {
-  SegmentStep step = {SegmentStep::kOffsetFromPowerOfTwo, alignment, offset};
+  SegmentStep step = {SegmentStep::kOffsetFromPowerOfTwo, alignment, offset, 0};
   script.push_back(step);
 }
 
 void ScriptedSegmentHeap::QueueMultipleOf(size_t alignment) {
-  SegmentStep step = {SegmentStep::kMultipleOf, alignment, 0};
+  SegmentStep step = {SegmentStep::kMultipleOf, alignment, 0, 0};
+  script.push_back(step);
+}
+
+void ScriptedSegmentHeap::QueueShort(size_t alignment, size_t offset, size_t bytes) {
+  SegmentStep step = {SegmentStep::kShort, alignment, offset, bytes};
   script.push_back(step);
 }
 

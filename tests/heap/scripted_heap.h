@@ -12,14 +12,18 @@
 namespace QuendalTest {
 
 struct SegmentStep {
-  enum Kind { kFail, kOffsetFromPowerOfTwo, kMultipleOf };
+  enum Kind { kFail, kOffsetFromPowerOfTwo, kMultipleOf, kShort };
   Kind kind;
   // kOffsetFromPowerOfTwo: the address is offset bytes past a multiple of
   // alignment (a power of two), and the segment ends exactly where its
   // allocation does, so an overrun is caught by AddressSanitizer.
   // kMultipleOf: the address is a multiple of alignment (any value).
+  // kShort: as kOffsetFromPowerOfTwo, but only the first bytes of the
+  // requested size are there, for a segment larger than the test can have
+  // of which the pool may touch only the start.
   size_t alignment;
   size_t offset;
+  size_t bytes;
 };
 
 class ScriptedSegmentHeap {
@@ -31,6 +35,7 @@ class ScriptedSegmentHeap {
   static void QueueFailure();
   static void QueueOffset(size_t alignment, size_t offset);
   static void QueueMultipleOf(size_t alignment);
+  static void QueueShort(size_t alignment, size_t offset, size_t bytes);
   // Releases every segment handed out and forgets the script.
   static void Reset();
 
