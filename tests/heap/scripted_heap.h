@@ -12,15 +12,16 @@
 namespace QuendalTest {
 
 struct SegmentStep {
-  enum Kind { kFail, kOffsetFromPowerOfTwo, kMultipleOf, kShort };
+  enum Kind { kFail, kOffsetFromPowerOfTwo, kMultipleOf, kReserve };
   Kind kind;
   // kOffsetFromPowerOfTwo: the address is offset bytes past a multiple of
   // alignment (a power of two), and the segment ends exactly where its
   // allocation does, so an overrun is caught by AddressSanitizer.
   // kMultipleOf: the address is a multiple of alignment (any value).
-  // kShort: as kOffsetFromPowerOfTwo, but only the first bytes of the
-  // requested size are there, for a segment larger than the test can have
-  // of which the pool may touch only the start.
+  // kReserve: as kOffsetFromPowerOfTwo, but address space is reserved for
+  // the whole segment and only its first bytes can be touched, for a
+  // segment larger than a test can have of which the pool uses the start;
+  // refused where the address space has no room for it.
   size_t alignment;
   size_t offset;
   size_t bytes;
@@ -35,7 +36,7 @@ class ScriptedSegmentHeap {
   static void QueueFailure();
   static void QueueOffset(size_t alignment, size_t offset);
   static void QueueMultipleOf(size_t alignment);
-  static void QueueShort(size_t alignment, size_t offset, size_t bytes);
+  static void QueueReserve(size_t alignment, size_t offset, size_t bytes);
   // Releases every segment handed out and forgets the script.
   static void Reset();
 
@@ -47,6 +48,11 @@ class ScriptedSegmentHeap {
  private:
   static std::deque<SegmentStep> script;
   static std::vector<void*> allocations;
+  struct Reservation {
+    void* start;
+    size_t bytes;
+  };
+  static std::vector<Reservation> reservations;
 };
 
 struct OverflowCall {
