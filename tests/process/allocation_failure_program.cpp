@@ -206,7 +206,6 @@ void HeapReAllocForeign(const char* step, Block* block, size_t size) {
 
 void HeapCalls() {
   Block* first = HeapAlloc("first heap call", 24);
-  // The refused request may have been the .mem file's: the defaults stand.
   HeapAlloc("QDHeapAlloc(1)", 1);
   Block* eight = HeapAlloc("QDHeapAlloc(8)", 8);
   HeapAlloc("QDHeapAlloc(1024)", 1024);
@@ -387,6 +386,7 @@ bool EndsWith(const char* text, const char* end) {
 void ReportCalls() {
   Step("QDHeapGetStats");
   QDHeapStats stats = Snapshot();
+  // A refused request of the .mem file's reader leaves the defaults.
   Check(stats.chunkCount == kMemChunks ||
             (stats.chunkCount == kDefaultChunks && FailedIn("first heap call")),
         "the pool's chunk count is neither the .mem file's nor the default");
