@@ -67,8 +67,9 @@ typedef struct QDHeapStats {
    * neither: it stays in the extra heap by rule. */
   uint64_t largeRequests;
   /* Entries of classes written: the pool's classes (128), or fewer when
-   * size leaves room for fewer entries; 0 while the pool has no segment.
-   * Entry k is the class of (k + 1) * 8 bytes. */
+   * size leaves room for fewer entries; 0 while the pool has no segment,
+   * and 1 for a pool built by a heap call made while the heap was
+   * initialising. Entry k is the class of (k + 1) * 8 bytes. */
   uint32_t classCount;
   QDHeapClassStats classes[QD_HEAP_STATS_CLASSES];
 } QDHeapStats;

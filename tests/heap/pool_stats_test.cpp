@@ -350,6 +350,32 @@ INSTANTIATE_TEST_SUITE_P(
                       WrappedSegmentCase{1048576u, 0, 1}),
     NameOf);
 
+// A heap call made while the heap initialises builds the pool from its
+// construction values (a 16-byte segment, no chunk, one class) before
+// Configure gives it 650 chunks: it has none of them.
+TEST_F(PoolStatsTest, APoolBuiltBeforeItWasConfiguredHasNoneOfItsChunks) {
+  pool.Initialize();
+  ASSERT_NE(pool.Segment(), nullptr);
+  pool.Configure(650, kChunk, 1024);
+  void* overflow = pool.Alloc(8);
+  EXPECT_FALSE(pool.Owns(overflow));
+  QDHeapStats stats = Stats();
+  EXPECT_EQ(stats.chunkCount, 650u);
+  EXPECT_EQ(stats.lostChunks, 650u);
+  EXPECT_EQ(stats.freeChunks, 0u);
+  EXPECT_EQ(stats.lowestFreeChunks, 0u);
+  EXPECT_EQ(stats.exhaustedRequests, 1u);
+  ASSERT_EQ(stats.classCount, 1u);
+  EXPECT_EQ(stats.classes[0].chunks, 0u);
+  std::string text = Text();
+  EXPECT_NE(text.find("chunks:           650 of 2048 bytes, 650 of them lost: the segment holds "
+                      "only 0\nfree chunks:      0 now, 0 at the fewest\npeak chunks used: 0\n"),
+            std::string::npos)
+      << text;
+  EXPECT_EQ(LastLine(text), "CHUNKS 1 would have held the peak of this run");
+  pool.Free(overflow);
+}
+
 // One chunk on a misaligned segment: aligning costs the only chunk.
 TEST_F(PoolStatsTest, ASingleChunkLostToAligningLeavesNothingFree) {
   Build(1, 16);
