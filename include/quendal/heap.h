@@ -1,5 +1,10 @@
 /* The exported heap interface: plain C entries that replace malloc, free and
- * realloc for the processes of the framework. Compiles as C and as C++. */
+ * realloc for the processes of the framework. Compiles as C and as C++.
+ *
+ * No entry may be called from the handler of an asynchronous signal: a
+ * handler that interrupts a heap call on its own thread finds the heap's
+ * lock taken, or the pool's lists half changed, and malloc behind the pool
+ * is no safer. */
 #ifndef QUENDAL_HEAP_H
 #define QUENDAL_HEAP_H
 
@@ -38,7 +43,10 @@ QD_EXPORT void* QDHeapAlloc(size_t size) QD_NOTHROW;
 /* Releases a block obtained from QDHeapAlloc or QDHeapReAlloc; null is
  * ignored. A pointer outside the pool's segment is passed to free(). Blocks
  * are not validated: releasing a pool block twice corrupts its chunk, unless
- * the chunk has meanwhile returned to the free chunk list. */
+ * the chunk has meanwhile returned to the free chunk list.
+ * While the pool has no segment (malloc refused it or its class table;
+ * every QDHeapAlloc asks again) every pointer is dropped, not passed to
+ * free(): the blocks malloc served in that time are never freed. */
 QD_EXPORT void QDHeapFree(void* pointer) QD_NOTHROW;
 
 /* Resizes a block. A pool block always moves: a new block is taken (pool
@@ -46,7 +54,9 @@ QD_EXPORT void QDHeapFree(void* pointer) QD_NOTHROW;
  * block is released, even when the new block could not be obtained; then null
  * is returned and the old contents are lost (unlike realloc). A block that
  * did not come from the pool, and null, are passed to realloc() and never
- * move into the pool. A size of 0 releases the block and returns null. */
+ * move into the pool. A size of 0 releases the block and returns null; with
+ * a null pointer too, realloc(NULL, 0) still runs and whatever block the C
+ * library hands out for it is dropped: each such call loses that block. */
 QD_EXPORT void* QDHeapReAlloc(void* pointer, size_t size) QD_NOTHROW;
 
 /* Returns malloc(size) directly, bypassing the pool and its lock; a size of 0
@@ -55,7 +65,8 @@ QD_EXPORT void* QDExtraHeapAlloc(size_t size) QD_NOTHROW;
 
 /* Returns realloc(pointer, size) directly. A null pointer allocates. With a
  * size of 0 realloc is still called (and releases the block) but the result
- * is always null. */
+ * is always null: for a null pointer the block realloc(NULL, 0) hands out is
+ * dropped, and each such call loses it. */
 QD_EXPORT void* QDExtraHeapReAlloc(void* pointer, size_t size) QD_NOTHROW;
 
 /* Passes a non-null pointer to free(); null is ignored. */

@@ -43,16 +43,20 @@ typedef struct QDHeapClassStats {
 typedef struct QDHeapStats {
   /* Set by the caller before the call: sizeof(QDHeapStats). Never written. */
   uint32_t size;
-  /* The CHUNKS of the .mem file (default 650), and the chunk size, 2048. */
+  /* The CHUNKS of the .mem file (default 650; 0 counts as 1), and the chunk
+   * size, 2048. */
   uint32_t chunkCount;
   uint32_t chunkSize;
-  /* Chunks of chunkCount the segment could not hold: 1 when aligning the
-   * segment to the chunk size cost its last chunk, else 0. They count as
-   * free in freeChunks and lowestFreeChunks although no request can get
-   * them. */
+  /* Chunks of chunkCount the pool does not have, which no request can get:
+   * 1 when aligning the segment to the chunk size cost its last chunk, else
+   * 0; more when the segment holds fewer chunks (chunkCount * chunkSize
+   * wraps 32 bits or reaches 2 GiB), and all of them while the pool has no
+   * segment. */
   uint32_t lostChunks;
-  /* Free chunks now, and the fewest there ever were (the low-water mark).
-   * Peak chunks in use = chunkCount - lowestFreeChunks. */
+  /* Chunks a request can still get now, and the fewest there ever were
+   * since the pool got its segment (the low-water mark). chunkCount =
+   * lostChunks + freeChunks + the chunks the classes hold. Peak chunks in
+   * use = chunkCount - lostChunks - lowestFreeChunks. */
   uint32_t freeChunks;
   uint32_t lowestFreeChunks;
   /* Requests of pooled size the extra heap served because no chunk was
@@ -63,8 +67,9 @@ typedef struct QDHeapStats {
    * neither: it stays in the extra heap by rule. */
   uint64_t largeRequests;
   /* Entries of classes written: the pool's classes (128), or fewer when
-   * size leaves room for fewer entries. Entry k is the class of (k + 1) * 8
-   * bytes. */
+   * size leaves room for fewer entries; 0 while the pool has no segment,
+   * and 1 for a pool built by a heap call made while the heap was
+   * initialising. Entry k is the class of (k + 1) * 8 bytes. */
   uint32_t classCount;
   QDHeapClassStats classes[QD_HEAP_STATS_CLASSES];
 } QDHeapStats;

@@ -15,16 +15,21 @@ namespace Heap {
 
 namespace {
 
-// Takes the snapshot under the heap's lock.
+// Takes the snapshot under the heap's lock, and why the pool lacks chunks.
 struct StatsReader {
-  explicit StatsReader(QDHeapStats& stats) : m_stats(stats) {}
-  void operator()(const Pool& pool) { ReadPoolStats(pool, m_stats); }
+  explicit StatsReader(QDHeapStats& stats) : m_stats(stats), m_cause(kLostToAlignment) {}
+  void operator()(const Pool& pool) {
+    ReadPoolStats(pool, m_stats);
+    m_cause = CauseOfLostChunks(pool);
+  }
   QDHeapStats& m_stats;
+  LostChunksCause m_cause;
 };
 
-void TakeSnapshot(QDHeapStats& stats) {
+LostChunksCause TakeSnapshot(QDHeapStats& stats) {
   StatsReader reader(stats);
   TheHeap::getInstance(true)->Inspect(reader);
+  return reader.m_cause;
 }
 
 // FilledBytes relies on this layout: no padding anywhere before classes.
@@ -51,19 +56,38 @@ size_t FilledBytes(uint32_t size) {
   return static_cast<size_t>(size) / 4 * 4;
 }
 
-}  // namespace
-
-uint32_t ChunksForPeak(const QDHeapStats& stats) {
-  uint32_t peak = stats.chunkCount - stats.lowestFreeChunks;
-  return peak + stats.lostChunks;
+// The most chunks the classes held at one time.
+uint32_t PeakChunksUsed(const QDHeapStats& stats) {
+  return stats.chunkCount - stats.lostChunks - stats.lowestFreeChunks;
 }
 
-void WriteHeapStatsText(FILE* stream, const QDHeapStats& stats) {
-  unsigned long peak = static_cast<unsigned long>(stats.chunkCount - stats.lowestFreeChunks);
+}  // namespace
+
+// A pool that lacked chunks for any cause needs one more than its peak:
+// the next segment is as likely to lose one to its alignment.
+uint32_t ChunksForPeak(const QDHeapStats& stats) {
+  return PeakChunksUsed(stats) + (stats.lostChunks != 0 ? 1 : 0);
+}
+
+void WriteHeapStatsText(FILE* stream, const QDHeapStats& stats, LostChunksCause cause) {
+  unsigned long peak = static_cast<unsigned long>(PeakChunksUsed(stats));
+  unsigned long chunkCount = static_cast<unsigned long>(stats.chunkCount);
+  unsigned long chunkSize = static_cast<unsigned long>(stats.chunkSize);
+  unsigned long lost = static_cast<unsigned long>(stats.lostChunks);
   fprintf(stream, "libQuendal heap statistics\n");
-  fprintf(stream, "chunks:           %lu of %lu bytes, %lu of them lost to aligning the segment\n",
-          static_cast<unsigned long>(stats.chunkCount), static_cast<unsigned long>(stats.chunkSize),
-          static_cast<unsigned long>(stats.lostChunks));
+  if (cause == kLostWithoutSegment) {
+    fprintf(stream,
+            "chunks:           %lu of %lu bytes, %lu of them lost: the pool has no segment\n",
+            chunkCount, chunkSize, lost);
+  } else if (cause == kLostToSegmentSize) {
+    fprintf(stream,
+            "chunks:           %lu of %lu bytes, %lu of them lost: the segment holds only %lu\n",
+            chunkCount, chunkSize, lost, chunkCount - lost);
+  } else {
+    fprintf(stream,
+            "chunks:           %lu of %lu bytes, %lu of them lost to aligning the segment\n",
+            chunkCount, chunkSize, lost);
+  }
   fprintf(stream, "free chunks:      %lu now, %lu at the fewest\n",
           static_cast<unsigned long>(stats.freeChunks),
           static_cast<unsigned long>(stats.lowestFreeChunks));
@@ -131,6 +155,6 @@ extern "C" void QDHeapWriteStats(FILE* stream) QD_NOTHROW {
     return;
   }
   QDHeapStats snapshot;
-  Quendal::Heap::TakeSnapshot(snapshot);
-  Quendal::Heap::WriteHeapStatsText(stream, snapshot);
+  Quendal::Heap::LostChunksCause cause = Quendal::Heap::TakeSnapshot(snapshot);
+  Quendal::Heap::WriteHeapStatsText(stream, snapshot, cause);
 }

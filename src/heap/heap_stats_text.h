@@ -6,18 +6,20 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#include "heap/pool_stats.h"
 #include "quendal/heap_stats.h"
 
 namespace Quendal {
 namespace Heap {
 
-// The CHUNKS value that would have held the peak of chunks in use: the free
-// chunk count starts at CHUNKS even when aligning the segment cost a chunk,
-// so that chunk is added back.
+// The CHUNKS value that would have held the peak of chunks in use: the peak,
+// plus one for the chunk that aligning the segment may cost whenever this
+// pool lacked any chunk.
 uint32_t ChunksForPeak(const QDHeapStats& stats);
 
-// Writes with fprintf only; allocates nothing.
-void WriteHeapStatsText(FILE* stream, const QDHeapStats& stats);
+// Writes with fprintf only; allocates nothing. cause is the snapshot pool's
+// CauseOfLostChunks.
+void WriteHeapStatsText(FILE* stream, const QDHeapStats& stats, LostChunksCause cause);
 
 }  // namespace Heap
 }  // namespace Quendal

@@ -229,6 +229,8 @@ class ConfigPoolChunkAllocator {
   uint32_t MaxBlockSize() const { return m_maxBlockSize; }
   uint32_t ClassCount() const { return m_classCount; }
   uint32_t ClassTableEntries() const { return m_classTableEntries; }
+  // Chunks laid out in the segment, built or still to build.
+  uint32_t LaidOutChunks() const { return m_laidOutChunks; }
   ChunkHeader* ChunkOf(const void* pointer) const {
     uintptr_t address = reinterpret_cast<uintptr_t>(pointer);
     if (m_chunkMask != 0) {

@@ -17,21 +17,52 @@
 namespace Quendal {
 namespace Heap {
 
+// Why the pool lacks the chunks a snapshot counts as lost; the text names it.
+enum LostChunksCause {
+  // None is lacking, or only the last one, given up to aligning the segment.
+  kLostToAlignment,
+  // The segment holds fewer chunks than that: the chunk count times the
+  // chunk size wrapped 32 bits or reached 2 GiB, or the segment was sized
+  // before the pool was configured.
+  kLostToSegmentSize,
+  // The pool has no segment: every chunk is lacking until a request gets one.
+  kLostWithoutSegment
+};
+
+template <class Pool>
+LostChunksCause CauseOfLostChunks(const Pool& pool) {
+  if (pool.Segment() == 0) {
+    return kLostWithoutSegment;
+  }
+  uint32_t aligning = pool.AlignedSegment() != reinterpret_cast<uintptr_t>(pool.Segment()) ? 1 : 0;
+  uint32_t laidOut = pool.LaidOutChunks();
+  uint32_t lacking = pool.ChunkCount() > laidOut ? pool.ChunkCount() - laidOut : 0;
+  return lacking <= aligning ? kLostToAlignment : kLostToSegmentSize;
+}
+
 // Fills every field of stats (size becomes sizeof(QDHeapStats)). Reads the
-// pool only; the caller holds the pool's lock.
+// pool only; the caller holds the pool's lock. Only the chunks laid out in
+// the segment count as free: the pool's own free chunk count starts at the
+// count the segment was asked for, whatever it holds, so the chunks it never
+// laid out are taken off it (and off its low-water mark) here.
 template <class Pool>
 void ReadPoolStats(const Pool& pool, QDHeapStats& stats) {
   memset(&stats, 0, sizeof stats);
   stats.size = static_cast<uint32_t>(sizeof stats);
   stats.chunkCount = pool.m_chunkCount;
   stats.chunkSize = pool.m_chunkSize;
-  // Counted by the free chunk count but never laid out: the chunk aligning
-  // the segment cost.
-  stats.lostChunks = pool.m_segment != 0 ? pool.m_countedChunks - pool.m_laidOutChunks : 0;
-  stats.freeChunks = pool.m_freeChunkCount;
-  stats.lowestFreeChunks = pool.m_counters.LowestFreeChunks(pool.m_freeChunkCount);
+  stats.lostChunks = pool.m_chunkCount;
   stats.exhaustedRequests = pool.m_counters.ExhaustedRequests();
   stats.largeRequests = pool.m_counters.LargeRequests();
+  if (pool.m_segment != 0) {
+    uint32_t laidOut = pool.m_laidOutChunks;
+    uint32_t neverLaidOut = pool.m_countedChunks - laidOut;
+    stats.freeChunks = pool.m_freeChunkCount - neverLaidOut;
+    stats.lowestFreeChunks = pool.m_counters.LowestFreeChunks(pool.m_freeChunkCount) - neverLaidOut;
+    // A segment sized before Configure raised the chunk count holds fewer
+    // chunks than the count, never more.
+    stats.lostChunks = pool.m_chunkCount > laidOut ? pool.m_chunkCount - laidOut : 0;
+  }
   if (pool.m_classChunks == 0) {
     return;
   }

@@ -1,7 +1,8 @@
 // The statistics entries over the process's heap, with the .mem file
 // scripted: lazy initialisation, a small pool exhausted through QDHeapAlloc,
 // the sizing line QDHeapWriteStats ends with, the fields a shorter structure
-// gets, and the results for a null pointer and an unknown size.
+// gets, the results for a null pointer and an unknown size, and the pools
+// of the extreme CHUNKS values.
 #include <gtest/gtest.h>
 
 #include <stddef.h>
@@ -10,6 +11,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -26,6 +28,7 @@ using Quendal::Heap::Pool;
 using Quendal::Heap::TheHeap;
 namespace Scripted = QuendalTest::ScriptedPlatform;
 
+using Quendal::Heap::kChunkHeaderSize;
 using QuendalTest::ThePool;
 
 const unsigned char kUntouched = 0xA5;
@@ -77,11 +80,11 @@ TEST_F(HeapStatsEntriesTest, GetStatsInitialisesTheHeapFromTheMemFile) {
   EXPECT_EQ(stats.size, sizeof(QDHeapStats));
   EXPECT_EQ(stats.chunkCount, 4u);
   EXPECT_EQ(stats.chunkSize, 2048u);
-  EXPECT_EQ(stats.freeChunks, 4u);
-  EXPECT_EQ(stats.lowestFreeChunks, 4u);
   EXPECT_EQ(
       stats.lostChunks,
       ThePool().AlignedSegment() != reinterpret_cast<uintptr_t>(ThePool().Segment()) ? 1u : 0u);
+  EXPECT_EQ(stats.freeChunks, 4u - stats.lostChunks);
+  EXPECT_EQ(stats.lowestFreeChunks, 4u - stats.lostChunks);
   EXPECT_EQ(stats.exhaustedRequests, 0u);
   EXPECT_EQ(stats.largeRequests, 0u);
   ASSERT_EQ(stats.classCount, 128u);
@@ -111,8 +114,8 @@ TEST_F(HeapStatsEntriesTest, ASmallPoolExhaustedThroughTheEntries) {
   EXPECT_EQ(blocks.size(), 4u - stats.lostChunks);
   EXPECT_EQ(stats.exhaustedRequests, 1u);
   EXPECT_EQ(stats.largeRequests, 1u);
-  EXPECT_EQ(stats.freeChunks, stats.lostChunks);
-  EXPECT_EQ(stats.lowestFreeChunks, stats.lostChunks);
+  EXPECT_EQ(stats.freeChunks, 0u);
+  EXPECT_EQ(stats.lowestFreeChunks, 0u);
   EXPECT_EQ(stats.classes[127].chunks, blocks.size());
   EXPECT_EQ(stats.classes[127].usedBlocks, blocks.size());
 
@@ -122,8 +125,8 @@ TEST_F(HeapStatsEntriesTest, ASmallPoolExhaustedThroughTheEntries) {
   QDHeapFree(block);
   QDHeapFree(large);
   ASSERT_EQ(QDHeapGetStats(&stats), QD_HEAP_STATS_OK);
-  EXPECT_EQ(stats.freeChunks, 4u);
-  EXPECT_EQ(stats.lowestFreeChunks, stats.lostChunks);
+  EXPECT_EQ(stats.freeChunks, blocks.size());
+  EXPECT_EQ(stats.lowestFreeChunks, 0u);
 
   std::string text = WrittenText();
   ASSERT_GT(text.size(), 2u);
@@ -167,8 +170,8 @@ TEST_F(HeapStatsEntriesTest, AShorterStructureGetsOnlyTheLeadingFields) {
   ASSERT_EQ(QDHeapGetStats(&stats), QD_HEAP_STATS_OK);
   EXPECT_EQ(stats.chunkCount, 4u);
   EXPECT_EQ(stats.chunkSize, 2048u);
-  EXPECT_EQ(stats.freeChunks, 3u);
-  EXPECT_EQ(stats.lowestFreeChunks, 3u);
+  EXPECT_EQ(stats.freeChunks, 3u - stats.lostChunks);
+  EXPECT_EQ(stats.lowestFreeChunks, 3u - stats.lostChunks);
   EXPECT_TRUE(
       Untouched(&stats.exhaustedRequests, sizeof stats - offsetof(QDHeapStats, exhaustedRequests)));
 
@@ -195,5 +198,124 @@ TEST_F(HeapStatsEntriesTest, ClassCountTellsHowManyEntriesFitted) {
   EXPECT_TRUE(Untouched(&stats.classes[3], sizeof(QDHeapClassStats) * (QD_HEAP_STATS_CLASSES - 3)));
   QDHeapFree(block);
 }
+
+// A CHUNKS value as the .mem file gives it, and the chunk count it must
+// become where that does not depend on the target (0 where it does: an
+// out-of-range number reads differently with a 32-bit long).
+struct ExtremeChunks {
+  const char* name;
+  const char* text;
+  uint32_t chunkCount;
+};
+
+void PrintTo(const ExtremeChunks& chunks, std::ostream* out) {
+  *out << "CHUNKS " << chunks.text;
+}
+
+std::string NameOf(const ::testing::TestParamInfo<ExtremeChunks>& info) {
+  return info.param.name;
+}
+
+class HeapStatsOfExtremeChunksTest : public HeapStatsEntriesTest,
+                                     public ::testing::WithParamInterface<ExtremeChunks> {};
+
+// What the pool has is found by taking 1024-byte blocks, one per chunk,
+// until one comes from the extra heap; every figure and line of the text
+// follows from it and from the pool's own segment. A segment of 2 GiB or
+// more may be refused, as on 32-bit targets, or granted.
+TEST_P(HeapStatsOfExtremeChunksTest, EveryFigureAndTheTextMatchTheChunksThePoolHas) {
+  Scripted::SetFileContents(std::string("CHUNKS ") + GetParam().text +
+                            "  CHUNK_SIZE 2048 SEG_SIZE 1024\n");
+  QDHeapStats before = Marked(sizeof(QDHeapStats));
+  ASSERT_EQ(QDHeapGetStats(&before), QD_HEAP_STATS_OK);
+  const Pool& pool = ThePool();
+  const uint32_t chunkCount = pool.ChunkCount();
+  if (GetParam().chunkCount != 0) {
+    EXPECT_EQ(chunkCount, GetParam().chunkCount);
+  }
+  EXPECT_EQ(before.chunkCount, chunkCount);
+  EXPECT_EQ(before.chunkSize, 2048u);
+
+  std::vector<void*> blocks;
+  void* block = QDHeapAlloc(1024);
+  while (pool.Owns(block) && blocks.size() <= chunkCount) {
+    blocks.push_back(block);
+    block = QDHeapAlloc(1024);
+  }
+  ASSERT_FALSE(pool.Owns(block));
+  const uint32_t chunks = static_cast<uint32_t>(blocks.size());
+  const uint32_t lost = chunkCount - chunks;
+  const bool segment = pool.Segment() != nullptr;
+  const bool misaligned =
+      segment && pool.AlignedSegment() != reinterpret_cast<uintptr_t>(pool.Segment());
+  if (!segment) {
+    EXPECT_EQ(chunks, 0u);
+  }
+  EXPECT_EQ(before.lostChunks, lost);
+  EXPECT_EQ(before.freeChunks, chunks);
+  EXPECT_EQ(before.lowestFreeChunks, chunks);
+  EXPECT_EQ(before.classCount, segment ? 128u : 0u);
+
+  QDHeapStats after = Marked(sizeof(QDHeapStats));
+  ASSERT_EQ(QDHeapGetStats(&after), QD_HEAP_STATS_OK);
+  EXPECT_EQ(after.lostChunks, lost);
+  EXPECT_EQ(after.freeChunks, 0u);
+  EXPECT_EQ(after.lowestFreeChunks, 0u);
+  EXPECT_EQ(after.exhaustedRequests, 1u);
+  EXPECT_EQ(after.largeRequests, 0u);
+  if (segment) {
+    EXPECT_EQ(after.classes[127].chunks, chunks);
+    EXPECT_EQ(after.classes[127].usedBlocks, chunks);
+    EXPECT_EQ(after.classes[127].blockCapacity, chunks * ((2048 - kChunkHeaderSize) / 1024));
+  }
+
+  std::string text = WrittenText();
+  char line[160];
+  if (!segment) {
+    snprintf(line, sizeof line, "%lu of them lost: the pool has no segment\n",
+             static_cast<unsigned long>(lost));
+  } else if (lost == (misaligned ? 1u : 0u)) {
+    snprintf(line, sizeof line, "%lu of them lost to aligning the segment\n",
+             static_cast<unsigned long>(lost));
+  } else {
+    snprintf(line, sizeof line, "%lu of them lost: the segment holds only %lu\n",
+             static_cast<unsigned long>(lost), static_cast<unsigned long>(chunks));
+  }
+  EXPECT_NE(text.find(std::string("chunks:           ") + std::to_string(chunkCount) +
+                      " of 2048 bytes, " + line + "free chunks:      0 now, 0 at the fewest\n" +
+                      "peak chunks used: " + std::to_string(chunks) + "\n"),
+            std::string::npos)
+      << text;
+  EXPECT_NE(text.find("the pool ran out of chunks"), std::string::npos) << text;
+  EXPECT_EQ(text.substr(text.rfind('\n', text.size() - 2) + 1),
+            "CHUNKS " + std::to_string(chunks + (lost != 0 ? 1 : 0)) +
+                " would have held the peak of this run\n")
+      << text;
+
+  for (void* pooled : blocks) {
+    QDHeapFree(pooled);
+  }
+  QDHeapFree(block);
+  ASSERT_EQ(QDHeapGetStats(&after), QD_HEAP_STATS_OK);
+  EXPECT_EQ(after.freeChunks, chunks);
+  EXPECT_EQ(after.lowestFreeChunks, 0u);
+  EXPECT_EQ(after.lostChunks, lost);
+}
+
+// 0 becomes 1 chunk; -1 and 4294967295 (a 32-bit long reads the latter as
+// 2147483647), 2147483647 and 2147483648 (0 bytes where it wraps to
+// 2147483648 chunks) ask for segments at or above 2 GiB, or none;
+// 2097153 and 2097154 chunks wrap to segments of one and two chunks.
+INSTANTIATE_TEST_SUITE_P(Chunks, HeapStatsOfExtremeChunksTest,
+                         ::testing::Values(ExtremeChunks{"Zero", "0", 1u},
+                                           ExtremeChunks{"One", "1", 1u},
+                                           ExtremeChunks{"MinusOne", "-1", 4294967295u},
+                                           ExtremeChunks{"Of4294967295", "4294967295", 0},
+                                           ExtremeChunks{"Of2147483647", "2147483647", 2147483647u},
+                                           ExtremeChunks{"Of2147483648", "2147483648", 0},
+                                           ExtremeChunks{"Of2097153", "2097153", 2097153u},
+                                           ExtremeChunks{"Of2097154", "2097154", 2097154u},
+                                           ExtremeChunks{"Of650", "650", 650u}),
+                         NameOf);
 
 }  // namespace

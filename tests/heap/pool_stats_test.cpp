@@ -8,6 +8,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,7 @@
 namespace {
 
 using namespace QuendalTest;
+using Quendal::Heap::CauseOfLostChunks;
 using Quendal::Heap::ChunksForPeak;
 using Quendal::Heap::ReadPoolStats;
 using Quendal::Heap::WriteHeapStatsText;
@@ -35,7 +37,7 @@ class PoolStatsTest : public PoolTest {
     char* buffer = nullptr;
     size_t length = 0;
     FILE* stream = open_memstream(&buffer, &length);
-    WriteHeapStatsText(stream, stats);
+    WriteHeapStatsText(stream, stats, CauseOfLostChunks(pool));
     fclose(stream);
     std::string text(buffer, length);
     free(buffer);
@@ -224,9 +226,174 @@ TEST_F(PoolStatsTest, WithoutASegmentPooledSizesFindNoChunk) {
   EXPECT_EQ(stats.largeRequests, 1u);
   EXPECT_EQ(stats.classCount, 0u);
   EXPECT_EQ(pool.Segment(), nullptr);
+  // No chunk exists: every one is lost, none free, none was ever used.
+  EXPECT_EQ(stats.lostChunks, 4u);
+  EXPECT_EQ(stats.freeChunks, 0u);
+  EXPECT_EQ(stats.lowestFreeChunks, 0u);
+  std::string text = Text();
+  EXPECT_NE(text.find("chunks:           4 of 2048 bytes, 4 of them lost: the pool has no segment\n"
+                      "free chunks:      0 now, 0 at the fewest\n"
+                      "peak chunks used: 0\n"),
+            std::string::npos)
+      << text;
+  EXPECT_EQ(LastLine(text), "CHUNKS 1 would have held the peak of this run");
   free(small);
   free(largest);
   free(large);
+
+  // The next request gets an aligned segment: its chunks count from then on.
+  void* pooled = pool.Alloc(8);
+  ASSERT_TRUE(pool.Owns(pooled));
+  stats = Stats();
+  EXPECT_EQ(stats.lostChunks, 0u);
+  EXPECT_EQ(stats.freeChunks, 3u);
+  EXPECT_EQ(stats.lowestFreeChunks, 3u);
+  EXPECT_EQ(LastLine(Text()), "CHUNKS 1 would have held the peak of this run");
+  pool.Free(pooled);
+}
+
+// CHUNKS whose segment size wraps 32 bits, or reaches 2 GiB: the pool lays
+// out only the chunks that fit, and those alone are free. A segment of 2 GiB
+// or more is address space reserved for it, of which the pool may touch only
+// its first chunks; where there is no room for it (32-bit targets) the pool
+// has no segment and every chunk is lost.
+struct WrappedSegmentCase {
+  uint32_t chunks;
+  size_t offset;
+  uint32_t chunksLaidOut;
+};
+
+void PrintTo(const WrappedSegmentCase& param, std::ostream* out) {
+  *out << param.chunks << " chunks, segment " << param.offset << " bytes past a multiple";
+}
+
+std::string NameOf(const ::testing::TestParamInfo<WrappedSegmentCase>& info) {
+  return "Of" + std::to_string(info.param.chunks) + (info.param.offset != 0 ? "Misaligned" : "");
+}
+
+class PoolStatsOfWrappedSegmentsTest : public PoolStatsTest,
+                                       public ::testing::WithParamInterface<WrappedSegmentCase> {};
+
+TEST_P(PoolStatsOfWrappedSegmentsTest, OnlyTheChunksLaidOutAreFreeAndTheRestAreLost) {
+  const WrappedSegmentCase& param = GetParam();
+  const uint32_t request = param.chunks * kChunk;
+  pool.Configure(param.chunks, kChunk, 1024);
+  if (request >= 0x80000000u) {
+    ScriptedSegmentHeap::QueueReserve(size_t(1) << 20, param.offset, 4 * size_t(kChunk));
+  } else {
+    ScriptedSegmentHeap::QueueOffset(size_t(1) << 20, param.offset);
+  }
+  pool.Initialize();
+  ASSERT_EQ(ScriptedSegmentHeap::requests.at(0), request);
+  const bool segment = pool.Segment() != nullptr;
+  const uint32_t laidOut = segment ? param.chunksLaidOut : 0;
+  const uint32_t lost = param.chunks - laidOut;
+
+  QDHeapStats stats = Stats();
+  EXPECT_EQ(stats.chunkCount, param.chunks);
+  EXPECT_EQ(stats.lostChunks, lost);
+  EXPECT_EQ(stats.freeChunks, laidOut);
+  EXPECT_EQ(stats.lowestFreeChunks, laidOut);
+
+  std::vector<void*> blocks = TakeChunks(laidOut);
+  for (void* block : blocks) {
+    EXPECT_TRUE(pool.Owns(block));
+  }
+  void* overflow = pool.Alloc(1024);
+  EXPECT_FALSE(pool.Owns(overflow));
+  stats = Stats();
+  EXPECT_EQ(stats.lostChunks, lost);
+  EXPECT_EQ(stats.freeChunks, 0u);
+  EXPECT_EQ(stats.lowestFreeChunks, 0u);
+  EXPECT_EQ(stats.exhaustedRequests, 1u);
+  EXPECT_EQ(stats.classes[127].chunks, laidOut);
+  EXPECT_EQ(ChunksForPeak(stats), laidOut + 1);
+
+  std::string text = Text();
+  char expected[256];
+  if (segment) {
+    snprintf(expected, sizeof expected,
+             "chunks:           %lu of 2048 bytes, %lu of them lost: the segment holds only %lu\n",
+             static_cast<unsigned long>(param.chunks), static_cast<unsigned long>(lost),
+             static_cast<unsigned long>(laidOut));
+  } else {
+    snprintf(expected, sizeof expected,
+             "chunks:           %lu of 2048 bytes, %lu of them lost: the pool has no segment\n",
+             static_cast<unsigned long>(param.chunks), static_cast<unsigned long>(lost));
+  }
+  std::string lines = std::string(expected) + "free chunks:      0 now, 0 at the fewest\n" +
+                      "peak chunks used: " + std::to_string(laidOut) + "\n";
+  EXPECT_NE(text.find(lines), std::string::npos) << text;
+  EXPECT_EQ(LastLine(text),
+            "CHUNKS " + std::to_string(laidOut + 1) + " would have held the peak of this run");
+
+  for (void* block : blocks) {
+    pool.Free(block);
+  }
+  pool.Free(overflow);
+  stats = Stats();
+  EXPECT_EQ(stats.freeChunks, laidOut);
+  EXPECT_EQ(stats.lowestFreeChunks, 0u);
+  EXPECT_TRUE(PoolIsConsistent(pool));
+}
+
+// Segment bytes: 2097153 and 2097154 chunks wrap to 2048 and 4096 bytes,
+// 2147483648 to none; 4294967295 chunks (a CHUNKS of -1) ask for 4294965248
+// bytes and 1048576 for 2 GiB, both at or above 2 GiB, where only the first
+// chunk is laid out. A misaligned segment gives up one chunk's bytes first.
+INSTANTIATE_TEST_SUITE_P(
+    Chunks, PoolStatsOfWrappedSegmentsTest,
+    ::testing::Values(WrappedSegmentCase{2097153u, 0, 1}, WrappedSegmentCase{2097153u, 16, 0},
+                      WrappedSegmentCase{2097154u, 0, 2}, WrappedSegmentCase{2097154u, 16, 1},
+                      WrappedSegmentCase{2147483648u, 0, 0}, WrappedSegmentCase{2147483648u, 16, 0},
+                      WrappedSegmentCase{4294967295u, 0, 1}, WrappedSegmentCase{4294967295u, 16, 1},
+                      WrappedSegmentCase{1048576u, 0, 1}),
+    NameOf);
+
+// A heap call made while the heap initialises builds the pool from its
+// construction values (a 16-byte segment, no chunk, one class) before
+// Configure gives it 650 chunks: it has none of them.
+TEST_F(PoolStatsTest, APoolBuiltBeforeItWasConfiguredHasNoneOfItsChunks) {
+  pool.Initialize();
+  ASSERT_NE(pool.Segment(), nullptr);
+  pool.Configure(650, kChunk, 1024);
+  void* overflow = pool.Alloc(8);
+  EXPECT_FALSE(pool.Owns(overflow));
+  QDHeapStats stats = Stats();
+  EXPECT_EQ(stats.chunkCount, 650u);
+  EXPECT_EQ(stats.lostChunks, 650u);
+  EXPECT_EQ(stats.freeChunks, 0u);
+  EXPECT_EQ(stats.lowestFreeChunks, 0u);
+  EXPECT_EQ(stats.exhaustedRequests, 1u);
+  ASSERT_EQ(stats.classCount, 1u);
+  EXPECT_EQ(stats.classes[0].chunks, 0u);
+  std::string text = Text();
+  EXPECT_NE(text.find("chunks:           650 of 2048 bytes, 650 of them lost: the segment holds "
+                      "only 0\nfree chunks:      0 now, 0 at the fewest\npeak chunks used: 0\n"),
+            std::string::npos)
+      << text;
+  EXPECT_EQ(LastLine(text), "CHUNKS 1 would have held the peak of this run");
+  pool.Free(overflow);
+}
+
+// One chunk on a misaligned segment: aligning costs the only chunk.
+TEST_F(PoolStatsTest, ASingleChunkLostToAligningLeavesNothingFree) {
+  Build(1, 16);
+  void* overflow = pool.Alloc(8);
+  EXPECT_FALSE(pool.Owns(overflow));
+  QDHeapStats stats = Stats();
+  EXPECT_EQ(stats.lostChunks, 1u);
+  EXPECT_EQ(stats.freeChunks, 0u);
+  EXPECT_EQ(stats.lowestFreeChunks, 0u);
+  EXPECT_EQ(stats.exhaustedRequests, 1u);
+  std::string text = Text();
+  EXPECT_NE(text.find("chunks:           1 of 2048 bytes, 1 of them lost to aligning the segment\n"
+                      "free chunks:      0 now, 0 at the fewest\n"
+                      "peak chunks used: 0\n"),
+            std::string::npos)
+      << text;
+  EXPECT_EQ(LastLine(text), "CHUNKS 1 would have held the peak of this run");
+  pool.Free(overflow);
 }
 
 TEST_F(PoolStatsTest, SizingLineOfAnAlignedSegmentIsThePeakInUse) {
@@ -244,20 +411,26 @@ TEST_F(PoolStatsTest, SizingLineOfAnAlignedSegmentIsThePeakInUse) {
   EXPECT_EQ(LastLine(text), "CHUNKS 5 would have held the peak of this run");
 }
 
-// Aligning the segment cost its last chunk, yet the free chunk count started
-// at CHUNKS: the lost chunk is added back.
+// Aligning the segment cost its last chunk: it is lost, not free, and the
+// sizing line adds it back.
 TEST_F(PoolStatsTest, SizingLineOfAMisalignedSegmentAddsTheLostChunk) {
   Build(6, 16);
+  EXPECT_EQ(Stats().freeChunks, 5u);
   std::vector<void*> blocks = TakeChunks(5);
   void* overflow = pool.Alloc(1024);
   EXPECT_FALSE(pool.Owns(overflow));
   QDHeapStats stats = Stats();
   EXPECT_EQ(stats.lostChunks, 1u);
-  EXPECT_EQ(stats.freeChunks, 1u);
-  EXPECT_EQ(stats.lowestFreeChunks, 1u);
+  EXPECT_EQ(stats.freeChunks, 0u);
+  EXPECT_EQ(stats.lowestFreeChunks, 0u);
   EXPECT_EQ(stats.exhaustedRequests, 1u);
   EXPECT_EQ(ChunksForPeak(stats), 6u);
   std::string text = Text();
+  EXPECT_NE(text.find("chunks:           6 of 2048 bytes, 1 of them lost to aligning the segment\n"
+                      "free chunks:      0 now, 0 at the fewest\n"
+                      "peak chunks used: 5\n"),
+            std::string::npos)
+      << text;
   EXPECT_EQ(LastLine(text), "CHUNKS 6 would have held the peak of this run");
   EXPECT_NE(text.find("ran out of chunks"), std::string::npos) << text;
   for (void* block : blocks) {

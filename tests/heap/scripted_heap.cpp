@@ -2,6 +2,8 @@
 
 #include <stdint.h>
 #include <stdlib.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <cstdio>
 
@@ -13,10 +15,11 @@ std::vector<size_t> ScriptedSegmentHeap::requests;
 std::vector<void*> ScriptedSegmentHeap::released;
 std::deque<SegmentStep> ScriptedSegmentHeap::script;
 std::vector<void*> ScriptedSegmentHeap::allocations;
+std::vector<ScriptedSegmentHeap::Reservation> ScriptedSegmentHeap::reservations;
 
 void* ScriptedSegmentHeap::Alloc(size_t size) {
   requests.push_back(size);
-  SegmentStep step = {SegmentStep::kOffsetFromPowerOfTwo, size_t(1) << 20, 0};
+  SegmentStep step = {SegmentStep::kOffsetFromPowerOfTwo, size_t(1) << 20, 0, 0};
   if (!script.empty()) {
     step = script.front();
     script.pop_front();
@@ -26,6 +29,28 @@ void* ScriptedSegmentHeap::Alloc(size_t size) {
   }
   void* raw = nullptr;
   unsigned char* segment = nullptr;
+  if (step.kind == SegmentStep::kReserve) {
+    size_t slack = step.alignment + step.offset;
+    if (size > SIZE_MAX - slack) {
+      return nullptr;
+    }
+    void* start =
+        mmap(nullptr, size + slack, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (start == MAP_FAILED) {
+      return nullptr;
+    }
+    reservations.push_back(Reservation{start, size + slack});
+    uintptr_t address = reinterpret_cast<uintptr_t>(start);
+    address = (address + step.alignment - 1) / step.alignment * step.alignment + step.offset;
+    size_t usable = step.bytes < size ? step.bytes : size;
+    uintptr_t page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+    uintptr_t first = address / page * page;
+    if (mprotect(reinterpret_cast<void*>(first), address + usable - first,
+                 PROT_READ | PROT_WRITE) != 0) {
+      return nullptr;
+    }
+    return reinterpret_cast<void*>(address);
+  }
   if (step.kind == SegmentStep::kOffsetFromPowerOfTwo) {
     if (posix_memalign(&raw, step.alignment, size + step.offset) != 0) {
       return nullptr;
@@ -54,17 +79,22 @@ void* ScriptedSegmentHeap::ReAlloc(void*, size_t) {
 }
 
 void ScriptedSegmentHeap::QueueFailure() {
-  SegmentStep step = {SegmentStep::kFail, 0, 0};
+  SegmentStep step = {SegmentStep::kFail, 0, 0, 0};
   script.push_back(step);
 }
 
 void ScriptedSegmentHeap::QueueOffset(size_t alignment, size_t offset) {
-  SegmentStep step = {SegmentStep::kOffsetFromPowerOfTwo, alignment, offset};
+  SegmentStep step = {SegmentStep::kOffsetFromPowerOfTwo, alignment, offset, 0};
   script.push_back(step);
 }
 
 void ScriptedSegmentHeap::QueueMultipleOf(size_t alignment) {
-  SegmentStep step = {SegmentStep::kMultipleOf, alignment, 0};
+  SegmentStep step = {SegmentStep::kMultipleOf, alignment, 0, 0};
+  script.push_back(step);
+}
+
+void ScriptedSegmentHeap::QueueReserve(size_t alignment, size_t offset, size_t bytes) {
+  SegmentStep step = {SegmentStep::kReserve, alignment, offset, bytes};
   script.push_back(step);
 }
 
@@ -73,6 +103,10 @@ void ScriptedSegmentHeap::Reset() {
     free(raw);
   }
   allocations.clear();
+  for (const Reservation& reservation : reservations) {
+    munmap(reservation.start, reservation.bytes);
+  }
+  reservations.clear();
   script.clear();
   requests.clear();
   released.clear();

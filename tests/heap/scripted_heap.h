@@ -12,14 +12,19 @@
 namespace QuendalTest {
 
 struct SegmentStep {
-  enum Kind { kFail, kOffsetFromPowerOfTwo, kMultipleOf };
+  enum Kind { kFail, kOffsetFromPowerOfTwo, kMultipleOf, kReserve };
   Kind kind;
   // kOffsetFromPowerOfTwo: the address is offset bytes past a multiple of
   // alignment (a power of two), and the segment ends exactly where its
   // allocation does, so an overrun is caught by AddressSanitizer.
   // kMultipleOf: the address is a multiple of alignment (any value).
+  // kReserve: as kOffsetFromPowerOfTwo, but address space is reserved for
+  // the whole segment and only its first bytes can be touched, for a
+  // segment larger than a test can have of which the pool uses the start;
+  // refused where the address space has no room for it.
   size_t alignment;
   size_t offset;
+  size_t bytes;
 };
 
 class ScriptedSegmentHeap {
@@ -31,6 +36,7 @@ class ScriptedSegmentHeap {
   static void QueueFailure();
   static void QueueOffset(size_t alignment, size_t offset);
   static void QueueMultipleOf(size_t alignment);
+  static void QueueReserve(size_t alignment, size_t offset, size_t bytes);
   // Releases every segment handed out and forgets the script.
   static void Reset();
 
@@ -42,6 +48,11 @@ class ScriptedSegmentHeap {
  private:
   static std::deque<SegmentStep> script;
   static std::vector<void*> allocations;
+  struct Reservation {
+    void* start;
+    size_t bytes;
+  };
+  static std::vector<Reservation> reservations;
 };
 
 struct OverflowCall {
