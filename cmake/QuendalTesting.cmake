@@ -40,3 +40,33 @@ function(quendal_add_gtest name)
     TEST_PREFIX "${arg_TEST_PREFIX}"
     PROPERTIES TIMEOUT 300 ENVIRONMENT "${arg_ENVIRONMENT}")
 endfunction()
+
+# A program over the shared library and the gtest binary that runs it, also
+# under valgrind where the program can run there: not when it is built with
+# AddressSanitizer or ThreadSanitizer, whose runtimes valgrind cannot host.
+# The test sees the program's path as PROGRAM_MACRO, and QUENDAL_VALGRIND
+# (empty when valgrind cannot be used) with QUENDAL_VALGRIND_MISSING, the
+# reason to give when skipping (tests/support/valgrind_program.h).
+function(quendal_add_program_test name)
+  cmake_parse_arguments(arg "" "PROGRAM;PROGRAM_MACRO" "PROGRAM_SOURCES;SOURCES" ${ARGN})
+  add_executable(${arg_PROGRAM} ${arg_PROGRAM_SOURCES})
+  target_link_libraries(${arg_PROGRAM} PRIVATE Quendal::Quendal)
+  set_target_properties(${arg_PROGRAM} PROPERTIES CXX_STANDARD 17 CXX_STANDARD_REQUIRED ON)
+  quendal_set_warnings(${arg_PROGRAM})
+  set(valgrind "")
+  if(QUENDAL_SANITIZE MATCHES "address|thread")
+    set(missing "skipped: the program is built with a sanitizer whose runtime valgrind cannot host")
+  else()
+    find_program(QUENDAL_VALGRIND valgrind)
+    if(QUENDAL_VALGRIND)
+      set(valgrind ${QUENDAL_VALGRIND})
+    endif()
+    set(missing "skipped: valgrind is not installed (Debian package valgrind)")
+  endif()
+  quendal_add_gtest(${name}
+    SOURCES ${arg_SOURCES}
+    LIBRARIES quendal_test_support
+    DEFINITIONS ${arg_PROGRAM_MACRO}="$<TARGET_FILE:${arg_PROGRAM}>"
+      QUENDAL_VALGRIND="${valgrind}" QUENDAL_VALGRIND_MISSING="${missing}")
+  add_dependencies(${name} ${arg_PROGRAM})
+endfunction()

@@ -4,11 +4,10 @@
 // nothing reads or writes memory the tables have already released.
 #include <gtest/gtest.h>
 
-#include <stdlib.h>
-
 #include <string>
 
 #include "support/run_program.h"
+#include "support/valgrind_program.h"
 
 namespace {
 
@@ -42,16 +41,13 @@ TEST(LateLog, AnswersAsForEmptyTablesAndFilesNothing) {
 }
 
 TEST(LateLog, TouchesNoReleasedMemoryUnderValgrind) {
-  const std::string valgrind = QUENDAL_VALGRIND;
-  if (valgrind.empty()) {
-    GTEST_SKIP() << QUENDAL_VALGRIND_MISSING;
+  const std::string why =
+      QuendalTest::WhyNotUnderValgrind(QUENDAL_VALGRIND, QUENDAL_VALGRIND_MISSING);
+  if (!why.empty()) {
+    GTEST_SKIP() << why;
   }
-  if (getenv("QUENDAL_TEST_EMULATOR") != nullptr) {
-    GTEST_SKIP() << "skipped: this configuration runs its programs under an emulator, "
-                    "not under valgrind";
-  }
-  const QuendalTest::ProgramResult result = QuendalTest::RunProgram(
-      valgrind, {"--error-exitcode=99", "--leak-check=no", QUENDAL_LATE_LOG_PROGRAM});
+  const QuendalTest::ProgramResult result =
+      QuendalTest::RunUnderValgrind(QUENDAL_VALGRIND, QUENDAL_LATE_LOG_PROGRAM);
   ASSERT_TRUE(result.exited);
   EXPECT_EQ(0, result.exitCode) << "99: valgrind reported errors (see its output above)";
   EXPECT_EQ(kExpectedOutput, result.output);

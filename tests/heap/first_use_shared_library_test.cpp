@@ -14,6 +14,7 @@
 #include "quendal/heap.h"
 #include "quendal/heap_owns.h"
 #include "quendal/heap_stats.h"
+#include "support/threads_released_together.h"
 
 extern "C" void* __libc_malloc(size_t size);
 
@@ -36,13 +37,10 @@ constexpr int kThreads = 16;
 constexpr int kRounds = 200;
 constexpr uint32_t kMemFileChunks = 1000;
 
-pthread_barrier_t barrier;
 std::atomic<int> damaged{0};
 std::atomic<int> pooled{0};
 
-void* Work(void* argument) {
-  const int thread = static_cast<int>(reinterpret_cast<intptr_t>(argument));
-  pthread_barrier_wait(&barrier);
+void Work(int thread) {
   std::vector<unsigned char*> blocks;
   std::vector<size_t> sizes;
   for (int round = 0; round < kRounds; ++round) {
@@ -68,21 +66,10 @@ void* Work(void* argument) {
     }
     QDHeapFree(blocks[i]);
   }
-  return nullptr;
 }
 
 TEST(HeapFirstUseSharedLibraryTest, SixteenThreadsFirstCallAtOnceTakeTheMemFilesPool) {
-  pthread_barrier_init(&barrier, nullptr, kThreads);
-  std::vector<pthread_t> threads(kThreads);
-  for (int i = 0; i < kThreads; ++i) {
-    ASSERT_EQ(pthread_create(&threads[i], nullptr, Work,
-                             reinterpret_cast<void*>(static_cast<intptr_t>(i))),
-              0);
-  }
-  for (pthread_t thread : threads) {
-    pthread_join(thread, nullptr);
-  }
-  pthread_barrier_destroy(&barrier);
+  QuendalTest::RunReleasedTogether(kThreads, Work);
 
   EXPECT_EQ(damaged.load(), 0);
   EXPECT_EQ(pooled.load(), kThreads * kRounds);

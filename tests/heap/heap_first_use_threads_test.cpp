@@ -18,6 +18,7 @@
 #include "quendal/heap.h"
 #include "quendal/heap_stats.h"
 #include "support/scripted_platform.h"
+#include "support/threads_released_together.h"
 
 // Every request of the library's objects reaches the C library through here.
 extern "C" void* __real_malloc(size_t size);
@@ -45,7 +46,6 @@ namespace {
 constexpr int kThreads = 16;
 constexpr int kRounds = 200;
 
-pthread_barrier_t barrier;
 std::atomic<int> damagedBlocks{0};
 std::atomic<int> nullBlocks{0};
 
@@ -53,9 +53,7 @@ unsigned char Pattern(int thread, int round) {
   return static_cast<unsigned char>(thread * 31 + round * 7 + 1);
 }
 
-void* AllocateRounds(void* argument) {
-  const int thread = static_cast<int>(reinterpret_cast<intptr_t>(argument));
-  pthread_barrier_wait(&barrier);
+void AllocateRounds(int thread) {
   struct Block {
     unsigned char* bytes;
     size_t size;
@@ -95,7 +93,6 @@ void* AllocateRounds(void* argument) {
     }
     QDHeapFree(block.bytes);
   }
-  return nullptr;
 }
 
 void ScriptMemFile() {
@@ -109,17 +106,7 @@ TEST(HeapFirstUseThreadsTest, SixteenThreadsFirstCallAtOnceGetTheConfiguredPool)
   // Reading the file takes a while, as on a loaded machine: the other
   // threads arrive while the first is still inside the initialisation.
   Scripted::SetLineCallback([](int) { usleep(20000); });
-  pthread_barrier_init(&barrier, nullptr, kThreads);
-  std::vector<pthread_t> threads(kThreads);
-  for (int i = 0; i < kThreads; ++i) {
-    ASSERT_EQ(pthread_create(&threads[i], nullptr, AllocateRounds,
-                             reinterpret_cast<void*>(static_cast<intptr_t>(i))),
-              0);
-  }
-  for (pthread_t thread : threads) {
-    pthread_join(thread, nullptr);
-  }
-  pthread_barrier_destroy(&barrier);
+  QuendalTest::RunReleasedTogether(kThreads, AllocateRounds);
 
   EXPECT_EQ(damagedBlocks.load(), 0);
   EXPECT_EQ(nullBlocks.load(), 0);
