@@ -6,18 +6,13 @@
 
 #include <string>
 
+#include "support/report_text.h"
 #include "support/run_program.h"
 #include "support/valgrind_program.h"
 
 namespace {
 
-const char kReportHead[] =
-    "\nQUENDAL_HEAP_DEBUGGER; not defined\n"
-    "TRACE_QDALLOCS; not defined\n"
-    "USE_MEMTABLE; not defined\n"
-    "USE_MEMALLOC_CHECKER; not defined\n"
-    "DUMP_AT_END; not defined\n\n"
-    "ModuleID;SubMId;Used;MaxUsed;Limit;Count;;;\n";
+using QuendalTest::kReportHead;
 
 const std::string kExpectedOutput =
     std::string(

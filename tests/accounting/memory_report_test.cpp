@@ -10,19 +10,14 @@
 #include "quendal/classification.h"
 #include "quendal/module_log.h"
 #include "support/allocated_bytes.h"
+#include "support/report_text.h"
 
 namespace {
 
 using Quendal::Classification::LookUpModuleId;
 using quendal_test::CapturedStream;
 
-const char kFixedLines[] =
-    "\nQUENDAL_HEAP_DEBUGGER; not defined\n"
-    "TRACE_QDALLOCS; not defined\n"
-    "USE_MEMTABLE; not defined\n"
-    "USE_MEMALLOC_CHECKER; not defined\n"
-    "DUMP_AT_END; not defined\n\n"
-    "ModuleID;SubMId;Used;MaxUsed;Limit;Count;;;\n";
+const char* const kFixedLines = QuendalTest::kReportHead;
 
 const char kZeroTrailer[] = "\nCurrentSum;MaxSum;AdditionalStore;MaxAddStore;\n0;0;0;0;\n";
 

@@ -5,8 +5,12 @@
 #include <vector>
 
 #include "reader_fixture.h"
+#include "support/mem_file_text.h"
 
 namespace {
+
+using QuendalTest::CommentLines;
+using QuendalTest::kMemFileReadBound;
 
 using QuendalTest::Entries;
 using QuendalTest::MakeEntries;
@@ -152,28 +156,12 @@ TEST_F(ReaderTest, ModuleLineWithoutFinalNewlineIsFiled) {
   EXPECT_EQ(MakeEntries({{"audio", 4096}}), CurrentEntries());
 }
 
-const size_t kReadBound = 1048576;
-
-// Comment lines that make exactly bytes bytes (at least 3).
-std::string CommentLines(size_t bytes) {
-  std::string lines;
-  while (bytes > 0) {
-    size_t length = bytes < 100 ? bytes : 100;
-    // No line shorter than "//\n" is left for the end.
-    if (bytes - length > 0 && bytes - length < 3) {
-      length = bytes - 3;
-    }
-    lines += "//" + std::string(length - 3, '-') + "\n";
-    bytes -= length;
-  }
-  return lines;
-}
-
 TEST_F(ReaderTest, LinesThatEndWithinTheFirstMebibyteAreUsed) {
   const std::string first = "CHUNKS 5  CHUNK_SIZE 1 SEG_SIZE 1\n";
   const std::string last = "MODULE_NAME last LIMIT 1\n";
-  std::string contents = first + CommentLines(kReadBound - first.size() - last.size()) + last;
-  ASSERT_EQ(kReadBound, contents.size());
+  std::string contents =
+      first + CommentLines(kMemFileReadBound - first.size() - last.size()) + last;
+  ASSERT_EQ(kMemFileReadBound, contents.size());
   Read(contents + "CHUNKS 9  CHUNK_SIZE 1 SEG_SIZE 1\nMODULE_NAME after LIMIT 2\n");
   EXPECT_EQ(5u, chunks);
   EXPECT_EQ(MakeEntries({{"last", 1}}), CurrentEntries());
@@ -185,15 +173,15 @@ TEST_F(ReaderTest, LinesThatEndWithinTheFirstMebibyteAreUsed) {
 
 TEST_F(ReaderTest, LineThatCrossesTheFirstMebibyteIsNotUsed) {
   const std::string first = "CHUNKS 5  CHUNK_SIZE 1 SEG_SIZE 1\n";
-  Read(first + CommentLines(kReadBound - first.size() - 10) + "MODULE_NAME across LIMIT 1\n" +
-       "CHUNKS 9  CHUNK_SIZE 1 SEG_SIZE 1\n");
+  Read(first + CommentLines(kMemFileReadBound - first.size() - 10) +
+       "MODULE_NAME across LIMIT 1\n" + "CHUNKS 9  CHUNK_SIZE 1 SEG_SIZE 1\n");
   EXPECT_EQ(5u, chunks);
   EXPECT_TRUE(getModuleLimits().empty());
 }
 
 TEST_F(ReaderTest, FileOfExactlyAMebibyteIsReadToItsEnd) {
   const std::string last = "CHUNKS 9  CHUNK_SIZE 1 SEG_SIZE 1\n";
-  Read(CommentLines(kReadBound - last.size()) + last);
+  Read(CommentLines(kMemFileReadBound - last.size()) + last);
   EXPECT_EQ(9u, chunks);
   const Log& log = Scripted::StreamLog();
   ASSERT_GE(log.size(), 2u);

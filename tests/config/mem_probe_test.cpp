@@ -12,10 +12,14 @@
 #include <string>
 #include <utility>
 
+#include "support/mem_file_text.h"
 #include "support/run_program.h"
 #include "support/temp_dir.h"
 
 namespace {
+
+using QuendalTest::CommentLines;
+using QuendalTest::kMemFileReadBound;
 
 namespace fs = std::filesystem;
 
@@ -234,31 +238,15 @@ TEST_F(MemProbeTest, UnreadableFileIsNoFile) {
   ExpectHeapDefaults(RunGuarded(program, "heap", options));
 }
 
-// Comment lines that make exactly bytes bytes (at least 3).
-std::string CommentLines(size_t bytes) {
-  std::string lines;
-  while (bytes > 0) {
-    size_t length = bytes < 100 ? bytes : 100;
-    // No line shorter than "//\n" is left for the end.
-    if (bytes - length > 0 && bytes - length < 3) {
-      length = bytes - 3;
-    }
-    lines += "//" + std::string(length - 3, '-') + "\n";
-    bytes -= length;
-  }
-  return lines;
-}
-
-const size_t kReadBound = 1048576;
-
 TEST_F(MemProbeTest, OnlyTheFirstMebibyteIsRead) {
   fs::path program = Install("player.bin");
   const std::string first = "CHUNKS 800  CHUNK_SIZE 2048 SEG_SIZE 1024\n";
   const std::string last = "MODULE_NAME last LIMIT 1\n";
-  std::string contents = first + CommentLines(kReadBound - first.size() - last.size()) + last;
-  ASSERT_EQ(kReadBound, contents.size());
+  std::string contents =
+      first + CommentLines(kMemFileReadBound - first.size() - last.size()) + last;
+  ASSERT_EQ(kMemFileReadBound, contents.size());
   contents += "CHUNKS 900  CHUNK_SIZE 2048 SEG_SIZE 1024\nMODULE_NAME after LIMIT 2\n";
-  contents += CommentLines(kReadBound);
+  contents += CommentLines(kMemFileReadBound);
   QuendalTest::WriteFile(base / "player.mem", contents);
   ProbeOutput output = RunGuarded(program, "heap");
   EXPECT_EQ("800", output.values["heap-chunks"]);
@@ -268,7 +256,7 @@ TEST_F(MemProbeTest, OnlyTheFirstMebibyteIsRead) {
 TEST_F(MemProbeTest, LineAcrossTheFirstMebibyteIsNotUsed) {
   fs::path program = Install("player.bin");
   const std::string first = "CHUNKS 800  CHUNK_SIZE 2048 SEG_SIZE 1024\n";
-  std::string contents = first + CommentLines(kReadBound - first.size() - 10);
+  std::string contents = first + CommentLines(kMemFileReadBound - first.size() - 10);
   contents += "CHUNKS 900  CHUNK_SIZE 2048 SEG_SIZE 1024\n";
   QuendalTest::WriteFile(base / "player.mem", contents);
   EXPECT_EQ("800", RunGuarded(program, "heap").values["heap-chunks"]);
