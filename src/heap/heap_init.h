@@ -51,6 +51,13 @@ QD_ALWAYS_INLINE bool HeapIsReady() {
   return __atomic_load_n(&heapState, __ATOMIC_ACQUIRE) == 0;
 }
 
+// The same test for a thread that has already acquired the state in this
+// call (through HeapIsReady or the gate): a second barrier would add nothing
+// but its cost, which on ARM is a full fence.
+QD_ALWAYS_INLINE bool HeapIsStillReady() {
+  return __atomic_load_n(&heapState, __ATOMIC_RELAXED) == 0;
+}
+
 // Whether bit is set, as seen by the gate's holder or by a test.
 inline bool HeapStateHas(HeapStateBit bit) {
   return (__atomic_load_n(&heapState, __ATOMIC_ACQUIRE) & bit) != 0;

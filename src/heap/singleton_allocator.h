@@ -21,9 +21,11 @@ class SingletonAllocator {
  public:
   // Returns the allocator, constructing it with the pool's defaults on first
   // use. With initialize true, the first such call also runs the pool's
-  // Initialize, without the heap's lock.
+  // Initialize, without the heap's lock. Callers have looked at the heap's
+  // state first in the same call (EnsureHeapInitialized, getStartedInstance),
+  // which acquired what the start-up set up.
   QD_ALWAYS_INLINE static Allocator* getInstance(bool initialize) {
-    if (QD_LIKELY(HeapIsReady())) {
+    if (QD_LIKELY(HeapIsStillReady())) {
       return Object();
     }
     return getInstanceStarting(initialize);
