@@ -9,6 +9,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "heap/pool_c_callers.h"
 #include "platform/single_threaded.h"
 #include "util/compiler.h"
 
@@ -37,7 +38,7 @@ class LockedAllocator {
 
   void* AllocCleared(size_t size) {
     bool locked = Lock();
-    void* block = m_pool.AllocCleared(size);
+    void* block = PoolForCCallers<Pool>::AllocCleared(m_pool, size);
     Unlock(locked);
     return block;
   }
@@ -57,7 +58,7 @@ class LockedAllocator {
 
   void* Resize(void* pointer, size_t size) {
     bool locked = Lock();
-    void* block = m_pool.Resize(pointer, size);
+    void* block = PoolForCCallers<Pool>::Resize(m_pool, pointer, size);
     Unlock(locked);
     return block;
   }

@@ -11,20 +11,22 @@
 // The library uses ExtraHeapAllocator for both; tests use scripted heaps that
 // hand out misaligned, short or no segments on cue.
 //
-// The segment is cut into chunks that start at multiples of the chunk size,
-// so the chunk of any pooled block is its address rounded down to a multiple
-// of the chunk size, and blocks carry no header. A chunk serves one 8-byte
-// class at a time and goes back to the free chunk list, last in first out,
-// when its last block is released. A request takes the first free block of
-// the first chunk of its class list that has one; a class whose chunks are
-// all full gets the first free chunk at its list's tail.
+// The segment is cut into chunks that start at multiples of the chunk size
+// (pool_geometry.h), so the chunk of any pooled block is its address rounded
+// down to a multiple of the chunk size, and blocks carry no header. A chunk
+// serves one 8-byte class at a time and goes back to the free chunk list
+// (free_chunk_list.h), last in first out, when its last block is released.
+// A request takes the first free block of the first chunk of its class list
+// (class_lists.h) that has one; a class whose chunks are all full gets the
+// first free chunk at its list's tail.
 //
 // Shortcuts (pool_shortcuts.h) change how the pool finds chunks and blocks,
 // never which ones it hands out: with NoPoolShortcuts this template is the
 // plain algorithm, and the tests run it in lockstep with the library's
-// AllPoolShortcuts. CheckPoolInvariants (pool_invariant_checker.h) checks the lists
-// and every shortcut's invariant. Not thread-safe: LockedAllocator adds the
-// lock.
+// AllPoolShortcuts. Each shortcut's state and invariant live in its own
+// unit; CheckPoolInvariants (pool_invariant_checker.h) checks them all. Not
+// thread-safe: LockedAllocator adds the lock. The drop-in allocator's C
+// entries reach the pool through PoolForCCallers (pool_c_callers.h).
 //
 // A memory checker watching the process (platform/memory_checker.h) sees
 // every block of a pool over a heap that shows its blocks to checkers as an
@@ -35,77 +37,41 @@
 
 #include <stddef.h>
 #include <stdint.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include "heap/carve_record.h"
 #include "heap/chunk_header.h"
-#include "heap/deferred_chunk_return.h"
-#include "heap/first_free_index.h"
-#include "heap/lazy_chunk_building.h"
+#include "heap/class_lists.h"
+#include "heap/free_chunk_list.h"
 #include "heap/pool_counters.h"
+#include "heap/pool_geometry.h"
 #include "heap/pool_shortcuts.h"
 #include "heap/size_class.h"
 #include "platform/memory_checker.h"
-#include "quendal/heap_stats.h"
 #include "util/compiler.h"
 
 namespace Quendal {
 namespace Heap {
 
 template <class Pool>
-const char* CheckPoolInvariants(const Pool& pool);
+class PoolView;
 template <class Pool>
-void ReadPoolStats(const Pool& pool, QDHeapStats& stats);
+class PoolForCCallers;
 
 template <class SegmentHeap, class OverflowHeap, class Shortcuts = AllPoolShortcuts>
 class ConfigPoolChunkAllocator {
  public:
   typedef Shortcuts ShortcutSet;
+  typedef OverflowHeap OverflowHeapType;
 
-  // The smallest working pool: one 16-byte chunk serving 8-byte requests.
-  // Configure replaces these in every configured process.
-  ConfigPoolChunkAllocator()
-      : m_classChunks(0),
-        m_freeChunks(0),
-        m_segment(0),
-        m_alignedSegment(0),
-        m_segmentBytes(0),
-        m_freeChunkCount(0),
-        m_chunkCount(1),
-        m_chunkSize(16),
-        m_maxBlockSize(8),
-        m_configured(0),
-        m_classCount(1),
-        m_classTableEntries(0),
-        m_pooledLimit(0),
-        m_fastLimit(0),
-        m_chunkMask(0),
-        m_chunkShift(0),
-        m_laidOutChunks(0),
-        m_countedChunks(0) {
-    UpdateGeometry();
-  }
+  ConfigPoolChunkAllocator() : m_fastLimit(0) {}
 
-  // Adopts the three parameters once; later calls change nothing. A chunk
-  // count of 0 becomes 1, a chunk size below 16 becomes 16, a largest pooled
-  // size below 8 becomes 8 with one class. The largest size is not rounded:
-  // with 20 there are two classes and 17 to 20 bytes go to OverflowHeap.
+  // Adopts the three parameters once; later calls change nothing
+  // (PoolGeometry::Configure).
   void Configure(uint32_t chunkCount, uint32_t chunkSize, uint32_t maxBlockSize) {
-    if (m_configured) {
-      return;
+    if (m_geometry.Configure(chunkCount, chunkSize, maxBlockSize)) {
+      UpdateGeometry();
     }
-    m_chunkCount = chunkCount != 0 ? chunkCount : 1;
-    m_chunkSize = chunkSize > 15 ? chunkSize : 16;
-    m_maxBlockSize = maxBlockSize;
-    m_configured = 1;
-    if (m_maxBlockSize > 7) {
-      m_classCount = m_maxBlockSize >> 3;
-    } else {
-      m_classCount = 1;
-      m_maxBlockSize = 8;
-    }
-    UpdateGeometry();
   }
 
   // Takes the segment and lays out the free chunk list in address order.
@@ -120,7 +86,7 @@ class ConfigPoolChunkAllocator {
   QD_ALWAYS_INLINE void* Alloc(size_t size) {
     if (Shortcuts::kFirstFreeIndex && QD_LIKELY(size - 1 < m_fastLimit)) {
       size_t index = ClassIndex(ClassSize(size));
-      ChunkHeader* chunk = m_index.First(index);
+      ChunkHeader* chunk = m_classes.IndexedFirst(index);
       if (QD_LIKELY(chunk != 0)) {
         return TakeBlock(index, chunk);
       }
@@ -132,7 +98,7 @@ class ConfigPoolChunkAllocator {
   // chunk, any other pointer goes to OverflowHeap. While the class table is
   // absent (no segment yet) the release is dropped.
   QD_ALWAYS_INLINE void Free(void* pointer) {
-    if (QD_UNLIKELY(m_classChunks == 0)) {
+    if (QD_UNLIKELY(m_classes.Table() == 0)) {
       return;
     }
     if (QD_UNLIKELY(!Owns(pointer))) {
@@ -142,149 +108,85 @@ class ConfigPoolChunkAllocator {
     Release(pointer);
   }
 
-  // Alloc for a caller that needs the block zeroed. A size the classes never
-  // serve goes to OverflowHeap's AllocCleared, which gets it zeroed without
-  // writing it; every other block is cleared here. Only the drop-in
-  // allocator's calloc calls it, so OverflowHeap needs it only there.
-  void* AllocCleared(size_t size) {
-    if (m_classChunks != 0 && !IsPooledSize(size)) {
-      m_counters.Overflowed(false);
-      return OverflowHeap::AllocCleared(size);
-    }
-    void* block = Alloc(size);
-    if (block != 0) {
-      memset(block, 0, size);
-    }
-    return block;
-  }
-
-  // Reallocation for C callers (the drop-in allocator's realloc) of a block
-  // the pool owns to size (> 0) bytes. A block whose class is size's already
-  // stays where it is, unless a memory checker watches (it knows the block
-  // by the size first asked for); any other block moves as ReAlloc moves
-  // it, except that the old block stays when no new one can be had (null).
-  void* Resize(void* pointer, size_t size) {
-    size_t oldSize = BlockSizeOf(pointer);
-    if (oldSize != 0 && oldSize == ClassSize(size) && !m_checker.Active()) {
-      return pointer;
-    }
-    void* block = Alloc(size);
-    if (block == 0) {
-      return 0;
-    }
-    size_t copied = oldSize < size ? oldSize : size;
-    m_checker.BlockCopied(pointer, copied);
-    memcpy(block, pointer, copied);
-    Free(pointer);
-    return block;
-  }
-
   // Moves a pooled block (never in place) or passes a foreign pointer to
   // OverflowHeap's ReAlloc. Returns the new block, or null when size is 0 or
   // no new block could be obtained; the old pooled block is released in
   // every case.
   void* ReAlloc(void* pointer, size_t size);
 
-  // True when pointer lies inside the usable part of the aligned segment.
-  bool Owns(const void* pointer) const {
-    return m_segment != 0 &&
-           reinterpret_cast<uintptr_t>(pointer) - m_alignedSegment < m_segmentBytes;
-  }
+  bool Owns(const void* pointer) const { return m_geometry.Owns(pointer); }
 
   // The class size of the pooled block at pointer, which the pool owns; 0
   // when its chunk is free.
   uint32_t BlockSizeOf(const void* pointer) const {
     ChunkHeader* chunk = ChunkOf(pointer);
-    if (IsFreeChunk(chunk)) {
+    if (m_free.IsFree(chunk)) {
       return 0;
     }
     return chunk->blockSize;
   }
 
-  uint8_t IsConfigured() const { return m_configured; }
+  uint8_t IsConfigured() const { return m_geometry.configured; }
 
   // Read access for diagnostics and tests, as the lists read to a caller:
   // a chunk whose return is deferred already heads the free chunk list, and
   // chunks not yet built follow the chunks on it.
   ChunkHeader* ClassChunk(size_t index) const {
-    ChunkHeader* head = m_classChunks[index];
-    return head != 0 && head == DeferredChunk() ? head->nextChunk : head;
+    ChunkHeader* head = m_classes.Head(index);
+    return head != 0 && head == m_free.Deferred() ? head->nextChunk : head;
   }
-  ChunkHeader** ClassTable() const { return m_classChunks; }
-  ChunkHeader* FreeChunks() const {
-    if (DeferredChunk() != 0) {
-      return DeferredChunk();
-    }
-    if (m_freeChunks == 0 && Shortcuts::kLazyBuilding && m_building.Unbuilt() != 0) {
-      return ChunkAt(m_building.Next());
-    }
-    return m_freeChunks;
-  }
-  void* Segment() const { return m_segment; }
-  uintptr_t AlignedSegment() const { return m_alignedSegment; }
-  uint32_t SegmentBytes() const { return m_segmentBytes; }
-  uint32_t FreeChunkCount() const { return m_freeChunkCount; }
-  uint32_t ChunkCount() const { return m_chunkCount; }
-  uint32_t ChunkSize() const { return m_chunkSize; }
-  uint32_t MaxBlockSize() const { return m_maxBlockSize; }
-  uint32_t ClassCount() const { return m_classCount; }
-  uint32_t ClassTableEntries() const { return m_classTableEntries; }
+  ChunkHeader** ClassTable() const { return m_classes.Table(); }
+  ChunkHeader* FreeChunks() const { return m_free.First(); }
+  void* Segment() const { return m_geometry.segment; }
+  uintptr_t AlignedSegment() const { return m_geometry.alignedSegment; }
+  uint32_t SegmentBytes() const { return m_geometry.segmentBytes; }
+  uint32_t FreeChunkCount() const { return m_free.Count(); }
+  uint32_t ChunkCount() const { return m_geometry.chunkCount; }
+  uint32_t ChunkSize() const { return m_geometry.chunkSize; }
+  uint32_t MaxBlockSize() const { return m_geometry.maxBlockSize; }
+  uint32_t ClassCount() const { return m_geometry.classCount; }
+  uint32_t ClassTableEntries() const { return m_geometry.classTableEntries; }
   // Chunks laid out in the segment, built or still to build.
-  uint32_t LaidOutChunks() const { return m_laidOutChunks; }
-  ChunkHeader* ChunkOf(const void* pointer) const {
-    uintptr_t address = reinterpret_cast<uintptr_t>(pointer);
-    if (m_chunkMask != 0) {
-      return ChunkAt(address & m_chunkMask);
-    }
-    return ChunkAt(address / m_chunkSize * m_chunkSize);
-  }
+  uint32_t LaidOutChunks() const { return m_geometry.laidOutChunks; }
+  ChunkHeader* ChunkOf(const void* pointer) const { return m_geometry.ChunkOf(pointer); }
 
   // Writes every header a pool without shortcuts would hold: builds the
   // chunks not yet built and settles a deferred return. Nothing a caller
   // sees changes; tests call it before they read headers.
-  void Materialize();
+  void Materialize() {
+    m_free.Settle(m_classes);
+    m_free.BuildAll(m_checker);
+  }
 
  private:
   template <class Pool>
-  friend const char* CheckPoolInvariants(const Pool& pool);
+  friend class PoolView;
   template <class Pool>
-  friend void ReadPoolStats(const Pool& pool, QDHeapStats& stats);
+  friend class PoolForCCallers;
 
   ConfigPoolChunkAllocator(const ConfigPoolChunkAllocator&);
   ConfigPoolChunkAllocator& operator=(const ConfigPoolChunkAllocator&);
 
   QD_NOINLINE void* AllocOutOfLine(size_t size) {
-    if (QD_UNLIKELY(m_classChunks == 0)) {
+    if (QD_UNLIKELY(m_classes.Table() == 0)) {
       Initialize();
     }
+    return AllocFromClassOrOverflow(size);
+  }
+  void* AllocFromClassOrOverflow(size_t size) {
     void* block = AllocFromClass(size);
     if (block != 0) {
       return block;
     }
-    m_counters.Overflowed(IsPooledSize(size));
+    m_counters.Overflowed(m_geometry.IsPooledSize(size));
     return OverflowHeap::Alloc(size);
   }
-  // True when the classes serve size, so that only a missing chunk sends it
-  // to OverflowHeap; without a segment, when the configuration would pool it.
-  bool IsPooledSize(size_t size) const {
-    if (m_segment == 0) {
-      return size - 1 < m_maxBlockSize;
-    }
-    return size - 1 < m_pooledLimit;
-  }
   void* AllocFromClass(size_t size);
-  ChunkHeader* FirstChunkWithAFreeBlock(size_t index) const;
-  ChunkHeader* ClassTail(size_t index) const;
   ChunkHeader* AssignFreeChunk(size_t index, uint32_t blockSize);
-  ChunkHeader* ReadoptDeferredChunk(uint32_t blockSize);
-  ChunkHeader* TakeFreeChunk();
-  void PushFreeChunk(ChunkHeader* chunk);
-  void AppendToClass(size_t index, ChunkHeader* chunk);
-  void UnlinkFromClass(size_t index, ChunkHeader* chunk);
-  void SettleDeferredChunk();
+  ChunkHeader* ReadoptDeferredChunk(size_t index, uint32_t blockSize);
+  void CarveUnlessCarved(ChunkHeader* chunk, uint32_t blockSize);
   void Carve(ChunkHeader* chunk, uint32_t blockSize);
-  ChunkHeader* BuildNextChunk();
-  QD_NOINLINE void PushReleasedBlock(void* pointer, void* firstFree, uint32_t blockSize);
+
   // Pops the chunk's first free block. A parked deferred chunk is taken
   // back by this, its class's next allocation.
   QD_ALWAYS_INLINE void* TakeBlock(size_t index, ChunkHeader* chunk) {
@@ -293,233 +195,81 @@ class ConfigPoolChunkAllocator {
     chunk->freeBlocks = next;
     uint16_t usedBlocks = chunk->usedBlocks;
     chunk->usedBlocks = static_cast<uint16_t>(usedBlocks + 1);
-    // Taking a parked chunk back brings the free chunk count down to what it
-    // was before the chunk was parked (nothing else changes the count while
-    // a chunk is parked), never to a new low: the fast path counts nothing.
-    if (Shortcuts::kDeferredReturn && QD_UNLIKELY(usedBlocks == 0) && chunk == m_deferred.Chunk()) {
-      m_deferred.Clear();
-      --m_freeChunkCount;
+    if (QD_UNLIKELY(usedBlocks == 0)) {
+      m_free.FirstBlockTaken(chunk);
     }
     if (QD_UNLIKELY(next == 0)) {
       ChunkFilled(index);
     }
     return block;
   }
-  QD_NOINLINE void ChunkFilled(size_t index) {
-    if (Indexed()) {
-      m_index.RemoveFirst(index);
-    }
-  }
+  QD_NOINLINE void ChunkFilled(size_t index) { m_classes.FirstFilled(index); }
   QD_NOINLINE void ChunkGotAFreeBlock(size_t index, ChunkHeader* chunk) {
-    if (Indexed()) {
-      m_index.Insert(index, chunk);
-    }
+    m_classes.GotAFreeBlock(index, chunk);
   }
   QD_ALWAYS_INLINE void Release(void* pointer);
+  QD_NOINLINE void PushReleasedBlock(void* pointer, void* firstFree, uint32_t blockSize);
   // True when the emptied chunk, with no other return deferred, may be
   // parked (deferred_chunk_return.h).
   QD_ALWAYS_INLINE bool CanPark(size_t index, ChunkHeader* chunk, uint32_t blockSize) const {
-    return Shortcuts::kDeferredReturn && Shortcuts::kCarveRecord && Indexed() &&
-           DeferredChunk() == 0 && index < m_classCount &&
-           m_carved.ReadsAsCarved(chunk, blockSize) && m_index.HoldsOnly(index, chunk) &&
-           m_index.Tail(index) == chunk;
+    return Shortcuts::kDeferredReturn && Shortcuts::kCarveRecord && m_free.Deferred() == 0 &&
+           index < m_geometry.classCount && m_carved.ReadsAsCarved(chunk, blockSize) &&
+           m_classes.HoldsOnlyAtTail(index, chunk);
   }
   QD_NOINLINE void ReturnChunk(ChunkHeader* chunk, size_t index);
-  void BuildChunks();
-  uint32_t BuildableChunks() const;
-  void UpdateGeometry();
 
-  bool Indexed() const { return Shortcuts::kFirstFreeIndex && m_index.Active(); }
-  ChunkHeader* DeferredChunk() const { return Shortcuts::kDeferredReturn ? m_deferred.Chunk() : 0; }
-  // True when a release into chunk is to be ignored: the chunk is on the
-  // free chunk list, as far as a caller can tell.
-  bool IsFreeChunk(ChunkHeader* chunk) const {
-    if (Shortcuts::kLazyBuilding && !m_building.IsBuilt(reinterpret_cast<uintptr_t>(chunk))) {
-      return true;
-    }
-    return (chunk->usedBlocks == 0 && chunk->blockSize == 0) || chunk == DeferredChunk();
+  void UpdateGeometry() {
+    m_geometry.Derive(m_classes.Table() != 0);
+    // A checker sees each block handed out, which the fast path does not tell.
+    m_fastLimit = m_classes.Indexed() && !m_checker.Active() ? m_geometry.pooledLimit : 0;
   }
 
-  ChunkHeader** m_classChunks;
-  ChunkHeader* m_freeChunks;
-  void* m_segment;
-  uintptr_t m_alignedSegment;
-  uint32_t m_segmentBytes;
-  uint32_t m_freeChunkCount;
-  uint32_t m_chunkCount;
-  uint32_t m_chunkSize;
-  uint32_t m_maxBlockSize;
-  uint8_t m_configured;
-  uint32_t m_classCount;
-
-  // Derived from the fields above by UpdateGeometry.
-  // Entries the class table was allocated with; classes at or past it are
-  // never indexed, even if Configure raised m_classCount afterwards.
-  uint32_t m_classTableEntries;
-  // Largest size a class serves: the smaller of m_maxBlockSize, the classes
-  // the table holds and the largest block that fits a chunk behind its
-  // header; 0 while nothing can be pooled. One comparison routes a request.
-  size_t m_pooledLimit;
-  // m_pooledLimit while the first-free index is active, else 0.
+  PoolGeometry m_geometry;
+  // m_geometry.pooledLimit while the first-free index is active, else 0.
   size_t m_fastLimit;
-  // ~(m_chunkSize - 1) for a power-of-two chunk size, else 0 (divide).
-  uintptr_t m_chunkMask;
-  // log2 of a power-of-two chunk size, else 0.
-  uint32_t m_chunkShift;
-  // Chunks laid out by Initialize, and m_chunkCount as it was then (a
-  // Configure after Initialize changes the count, not the segment).
-  uint32_t m_laidOutChunks;
-  uint32_t m_countedChunks;
-
-  LazyChunkBuilding m_building;
-  DeferredChunkReturn m_deferred;
-  FirstFreeIndex m_index;
+  ClassLists<Shortcuts> m_classes;
+  FreeChunkList<Shortcuts> m_free;
   CarveRecord m_carved;
   Platform::MemoryChecker m_checker;
   PoolCounters m_counters;
 };
 
 template <class SegmentHeap, class OverflowHeap, class Shortcuts>
-void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::UpdateGeometry() {
-  bool powerOfTwo = (m_chunkSize & (m_chunkSize - 1)) == 0;
-  m_chunkMask = powerOfTwo ? ~static_cast<uintptr_t>(m_chunkSize - 1) : 0;
-  m_chunkShift = 0;
-  while (powerOfTwo && (static_cast<uint32_t>(1) << m_chunkShift) < m_chunkSize) {
-    ++m_chunkShift;
-  }
-
-  size_t limit = 0;
-  if (m_segment != 0 && m_classChunks != 0 && m_chunkSize >= kChunkHeaderSize) {
-    uint32_t classes = m_classCount < m_classTableEntries ? m_classCount : m_classTableEntries;
-    limit = static_cast<size_t>(classes) * kClassGranule;
-    if (m_maxBlockSize < limit) {
-      limit = m_maxBlockSize;
-    }
-    // A chunk too small for one block of a class must not serve it: the
-    // block would reach into the next chunk or past the segment.
-    size_t fitting = (m_chunkSize - kChunkHeaderSize) & ~(kClassGranule - 1);
-    if (fitting < limit) {
-      limit = fitting;
-    }
-  }
-  m_pooledLimit = limit;
-  // A checker sees each block handed out, which the fast path does not tell.
-  m_fastLimit = Indexed() && !m_checker.Active() ? limit : 0;
-}
-
-template <class SegmentHeap, class OverflowHeap, class Shortcuts>
 void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Initialize() {
-  if (m_segment != 0) {
+  if (m_geometry.segment != 0) {
     return;
   }
-  m_freeChunkCount = m_chunkCount;
-  m_segmentBytes = m_chunkCount * m_chunkSize;
-  m_segment = SegmentHeap::Alloc(m_segmentBytes);
-  if (m_segment == 0) {
+  m_free.Reset(m_geometry.chunkCount);
+  uint32_t bytes = m_geometry.SegmentRequest();
+  m_geometry.segmentBytes = bytes;
+  // Set before the class table is asked for, so that a heap call the C
+  // library makes meanwhile finds a pool that is starting, not one to start.
+  m_geometry.segment = SegmentHeap::Alloc(bytes);
+  void* segment = m_geometry.segment;
+  if (segment == 0) {
     return;
   }
-  if (m_classChunks == 0) {
-    m_classChunks = static_cast<ChunkHeader**>(malloc(m_classCount * sizeof(ChunkHeader*)));
-    if (m_classChunks == 0) {
+  if (m_classes.Table() == 0) {
+    if (!m_classes.AllocateTable(m_geometry.classCount)) {
       // Without a class table the segment cannot be used: give it back and
       // stay uninitialised, as after a failed segment request.
-      SegmentHeap::Free(m_segment);
-      m_segment = 0;
-      m_segmentBytes = 0;
+      SegmentHeap::Free(segment);
+      m_geometry.Abandon();
       return;
     }
-    m_classTableEntries = m_classCount;
+    m_geometry.classTableEntries = m_geometry.classCount;
   }
-  memset(m_classChunks, 0, m_classTableEntries * sizeof(ChunkHeader*));
+  m_classes.Start(m_geometry);
   if (Platform::ShowsBlocksToMemoryCheckers<SegmentHeap>::kValue) {
-    m_checker.Start(m_segment, m_segmentBytes);
+    m_checker.Start(segment, bytes);
   }
-
-  uintptr_t segment = reinterpret_cast<uintptr_t>(m_segment);
-  m_alignedSegment = (segment + m_chunkSize - 1) / m_chunkSize * m_chunkSize;
-  if (m_alignedSegment != segment) {
-    // The last chunk is given up to the alignment. A segment shorter than
-    // one chunk keeps no usable bytes rather than a wrapped count.
-    m_segmentBytes = m_segmentBytes >= m_chunkSize ? m_segmentBytes - m_chunkSize : 0;
-  }
-  BuildChunks();
-  UpdateGeometry();
-}
-
-// Only whole chunks that lie inside the segment and can hold their header
-// are built, and only at addresses where a header may be written: with
-// CHUNKS 1 and a misaligned segment, a wrapped segment size or a chunk
-// smaller than its header the pool has no chunk and serves nothing. The
-// byte count is compared as a signed 32-bit value: a segment of 2 GiB or
-// more builds its first chunk only.
-template <class SegmentHeap, class OverflowHeap, class Shortcuts>
-uint32_t ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::BuildableChunks() const {
-  if (m_chunkSize < kChunkHeaderSize || m_chunkSize > m_segmentBytes ||
-      m_chunkSize % __alignof__(ChunkHeader) != 0) {
-    return 0;
-  }
-  if (static_cast<int32_t>(m_segmentBytes) < 0) {
-    return 1;
-  }
-  return m_segmentBytes / m_chunkSize;
-}
-
-template <class SegmentHeap, class OverflowHeap, class Shortcuts>
-void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::BuildChunks() {
-  m_freeChunks = 0;
-  m_deferred.Clear();
+  m_geometry.LayOut(segment, bytes);
+  m_free.LayOut(m_geometry, m_checker);
   m_carved.Forget();
-  uint32_t count = BuildableChunks();
-  m_laidOutChunks = count;
-  m_countedChunks = m_chunkCount;
-  m_building.Start(m_alignedSegment, m_alignedSegment, m_chunkSize);
-  if (count == 0) {
-    return;
+  if (m_geometry.laidOutChunks != 0) {
+    m_classes.StartIndex(m_geometry);
   }
-  if (Shortcuts::kFirstFreeIndex) {
-    m_index.Start(m_alignedSegment, m_chunkSize, m_chunkShift, count, m_classTableEntries);
-  }
-  uint32_t built = Shortcuts::kLazyBuilding ? 1 : count;
-  ChunkHeader* previous = 0;
-  for (uint32_t number = 0; number < built; ++number) {
-    ChunkHeader* chunk = ChunkAt(m_alignedSegment + static_cast<uintptr_t>(number) * m_chunkSize);
-    m_checker.MakeAccessible(chunk, kChunkHeaderSize);
-    chunk->chunkBytes = m_chunkSize;
-    chunk->prevChunk = previous;
-    chunk->nextChunk = 0;
-    // Never read: carving sets it before the chunk serves a block.
-    chunk->freeBlocks = previous == 0 ? FirstBlock(chunk) : 0;
-    chunk->usedBlocks = 0;
-    chunk->unused = 0;
-    chunk->blockSize = 0;
-    if (previous != 0) {
-      previous->nextChunk = chunk;
-    } else {
-      m_freeChunks = chunk;
-    }
-    previous = chunk;
-  }
-  uintptr_t builtEnd = m_alignedSegment + static_cast<uintptr_t>(built) * m_chunkSize;
-  m_building.Start(builtEnd, m_alignedSegment + static_cast<uintptr_t>(count) * m_chunkSize,
-                   m_chunkSize);
-}
-
-template <class SegmentHeap, class OverflowHeap, class Shortcuts>
-void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Materialize() {
-  SettleDeferredChunk();
-  ChunkHeader* tail = m_freeChunks;
-  while (tail != 0 && tail->nextChunk != 0) {
-    tail = tail->nextChunk;
-  }
-  while (ChunkHeader* chunk = BuildNextChunk()) {
-    chunk->prevChunk = tail;
-    if (tail != 0) {
-      tail->nextChunk = chunk;
-    } else {
-      m_freeChunks = chunk;
-    }
-    tail = chunk;
-  }
+  UpdateGeometry();
 }
 
 template <class SegmentHeap, class OverflowHeap, class Shortcuts>
@@ -546,117 +296,13 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Carve(Chunk
   }
 }
 
-// The first chunk of the free chunk list, unlinked; chunks not yet built
-// follow the chunks on the list.
+// A chunk that still reads as carved for blockSize is not carved again.
 template <class SegmentHeap, class OverflowHeap, class Shortcuts>
-ChunkHeader* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::TakeFreeChunk() {
-  ChunkHeader* chunk = m_freeChunks;
-  if (chunk == 0) {
-    return Shortcuts::kLazyBuilding ? BuildNextChunk() : 0;
+void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::CarveUnlessCarved(
+    ChunkHeader* chunk, uint32_t blockSize) {
+  if (!(Shortcuts::kCarveRecord && m_carved.ReadsAsCarved(chunk, blockSize))) {
+    Carve(chunk, blockSize);
   }
-  m_freeChunks = chunk->nextChunk;
-  if (m_freeChunks != 0) {
-    m_freeChunks->prevChunk = 0;
-  }
-  return chunk;
-}
-
-// The next chunk not yet built gets its header, which stays open to the
-// pool from then on.
-template <class SegmentHeap, class OverflowHeap, class Shortcuts>
-ChunkHeader* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::BuildNextChunk() {
-  if (m_building.Unbuilt() != 0) {
-    m_checker.MakeAccessible(ChunkAt(m_building.Next()), kChunkHeaderSize);
-  }
-  return m_building.BuildNext();
-}
-
-template <class SegmentHeap, class OverflowHeap, class Shortcuts>
-void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::PushFreeChunk(
-    ChunkHeader* chunk) {
-  if (m_freeChunks != 0) {
-    m_freeChunks->prevChunk = chunk;
-  }
-  chunk->nextChunk = m_freeChunks;
-  chunk->prevChunk = 0;
-  m_freeChunks = chunk;
-  chunk->blockSize = 0;
-}
-
-template <class SegmentHeap, class OverflowHeap, class Shortcuts>
-ChunkHeader* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ClassTail(
-    size_t index) const {
-  if (Indexed()) {
-    return m_index.Tail(index);
-  }
-  ChunkHeader* chunk = m_classChunks[index];
-  while (chunk != 0 && chunk->nextChunk != 0) {
-    chunk = chunk->nextChunk;
-  }
-  return chunk;
-}
-
-// The chunk joins the tail of its class list (or heads an empty one).
-template <class SegmentHeap, class OverflowHeap, class Shortcuts>
-void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::AppendToClass(
-    size_t index, ChunkHeader* chunk) {
-  ChunkHeader* tail = ClassTail(index);
-  chunk->prevChunk = tail;
-  chunk->nextChunk = 0;
-  if (tail != 0) {
-    tail->nextChunk = chunk;
-  } else {
-    m_classChunks[index] = chunk;
-  }
-  if (Indexed()) {
-    m_index.SetTail(index, chunk);
-    m_index.Join(chunk);
-  }
-}
-
-template <class SegmentHeap, class OverflowHeap, class Shortcuts>
-void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::UnlinkFromClass(
-    size_t index, ChunkHeader* chunk) {
-  if (chunk->prevChunk != 0) {
-    chunk->prevChunk->nextChunk = chunk->nextChunk;
-  } else {
-    m_classChunks[index] = chunk->nextChunk;
-  }
-  if (chunk->nextChunk != 0) {
-    chunk->nextChunk->prevChunk = chunk->prevChunk;
-  }
-  if (Indexed() && m_index.Tail(index) == chunk) {
-    m_index.SetTail(index, chunk->prevChunk);
-  }
-}
-
-template <class SegmentHeap, class OverflowHeap, class Shortcuts>
-void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::SettleDeferredChunk() {
-  ChunkHeader* chunk = DeferredChunk();
-  if (chunk == 0) {
-    return;
-  }
-  m_deferred.Clear();
-  if (m_deferred.Parked()) {
-    m_index.Remove(m_deferred.ClassIndex(), chunk);
-  }
-  UnlinkFromClass(m_deferred.ClassIndex(), chunk);
-  PushFreeChunk(chunk);
-}
-
-template <class SegmentHeap, class OverflowHeap, class Shortcuts>
-ChunkHeader* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap,
-                                      Shortcuts>::FirstChunkWithAFreeBlock(size_t index) const {
-  if (Indexed()) {
-    return m_index.First(index);
-  }
-  ChunkHeader* deferred = DeferredChunk();
-  for (ChunkHeader* chunk = m_classChunks[index]; chunk != 0; chunk = chunk->nextChunk) {
-    if (chunk->freeBlocks != 0 && chunk != deferred) {
-      return chunk;
-    }
-  }
-  return 0;
 }
 
 // Every chunk of the class is full (or it has none): the first chunk of the
@@ -664,26 +310,21 @@ ChunkHeader* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap,
 template <class SegmentHeap, class OverflowHeap, class Shortcuts>
 ChunkHeader* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::AssignFreeChunk(
     size_t index, uint32_t blockSize) {
-  if (DeferredChunk() != 0) {
-    if (m_deferred.ClassIndex() == index) {
-      return ReadoptDeferredChunk(blockSize);
+  if (m_free.Deferred() != 0) {
+    if (m_free.Deferral().ClassIndex() == index) {
+      return ReadoptDeferredChunk(index, blockSize);
     }
-    SettleDeferredChunk();
+    m_free.Settle(m_classes);
   }
-  ChunkHeader* chunk = TakeFreeChunk();
+  ChunkHeader* chunk = m_free.Take(m_checker);
   if (chunk == 0) {
     return 0;
   }
   chunk->blockSize = blockSize;
-  if (!(Shortcuts::kCarveRecord && m_carved.ReadsAsCarved(chunk, blockSize))) {
-    Carve(chunk, blockSize);
-  }
-  --m_freeChunkCount;
-  m_counters.FreeChunksFell(m_freeChunkCount);
-  AppendToClass(index, chunk);
-  if (Indexed()) {
-    m_index.Insert(index, chunk);
-  }
+  CarveUnlessCarved(chunk, blockSize);
+  m_counters.FreeChunksFell(m_free.Count());
+  m_classes.Append(index, chunk);
+  m_classes.GotAFreeBlock(index, chunk);
   return chunk;
 }
 
@@ -691,24 +332,17 @@ ChunkHeader* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Ass
 // class takes: it moves to the class's tail if it is not there already.
 template <class SegmentHeap, class OverflowHeap, class Shortcuts>
 ChunkHeader* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReadoptDeferredChunk(
-    uint32_t blockSize) {
-  ChunkHeader* chunk = m_deferred.Chunk();
-  size_t index = m_deferred.ClassIndex();
-  m_deferred.Clear();
-  if (ClassTail(index) != chunk) {
-    UnlinkFromClass(index, chunk);
-    AppendToClass(index, chunk);
-  } else if (Indexed()) {
-    m_index.Join(chunk);
+    size_t index, uint32_t blockSize) {
+  ChunkHeader* chunk = m_free.TakeBackDeferred();
+  if (m_classes.Tail(index) != chunk) {
+    m_classes.Unlink(index, chunk);
+    m_classes.Append(index, chunk);
+  } else {
+    m_classes.Rejoin(chunk);
   }
-  if (!(Shortcuts::kCarveRecord && m_carved.ReadsAsCarved(chunk, blockSize))) {
-    Carve(chunk, blockSize);
-  }
-  --m_freeChunkCount;
-  m_counters.FreeChunksFell(m_freeChunkCount);
-  if (Indexed()) {
-    m_index.Insert(index, chunk);
-  }
+  CarveUnlessCarved(chunk, blockSize);
+  m_counters.FreeChunksFell(m_free.Count());
+  m_classes.GotAFreeBlock(index, chunk);
   return chunk;
 }
 
@@ -716,12 +350,12 @@ template <class SegmentHeap, class OverflowHeap, class Shortcuts>
 void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::AllocFromClass(size_t size) {
   // The routing limit is 0 without a class table; the second test keeps the
   // table's absence from being dereferenced regardless.
-  if (size - 1 >= m_pooledLimit || m_classChunks == 0) {
+  if (size - 1 >= m_geometry.pooledLimit || m_classes.Table() == 0) {
     return 0;
   }
   uint32_t blockSize = static_cast<uint32_t>(ClassSize(size));
   size_t index = ClassIndex(blockSize);
-  ChunkHeader* chunk = FirstChunkWithAFreeBlock(index);
+  ChunkHeader* chunk = m_classes.FirstWithAFreeBlock(index, m_free.Deferred());
   if (chunk == 0) {
     chunk = AssignFreeChunk(index, blockSize);
     if (chunk == 0) {
@@ -741,8 +375,7 @@ void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::AllocFromC
 template <class SegmentHeap, class OverflowHeap, class Shortcuts>
 void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Release(void* pointer) {
   ChunkHeader* chunk = ChunkOf(pointer);
-  if (Shortcuts::kLazyBuilding &&
-      QD_UNLIKELY(!m_building.IsBuilt(reinterpret_cast<uintptr_t>(chunk)))) {
+  if (QD_UNLIKELY(!m_free.IsBuilt(chunk))) {
     return;
   }
   // Read apart: one wide load of both fields would wait for the two
@@ -750,7 +383,7 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Release(voi
   uint16_t usedBlocks = chunk->usedBlocks;
   uint32_t blockSize = chunk->blockSize;
   // A late second release of a block whose chunk is already free again.
-  if (QD_UNLIKELY(usedBlocks == 0) && (blockSize == 0 || chunk == DeferredChunk())) {
+  if (QD_UNLIKELY(usedBlocks == 0) && (blockSize == 0 || chunk == m_free.Deferred())) {
     m_checker.BlockReleased(pointer, 0);
     return;
   }
@@ -774,8 +407,7 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Release(voi
     return;
   }
   if (CanPark(index, chunk, blockSize)) {
-    ++m_freeChunkCount;
-    m_deferred.Defer(chunk, index, true);
+    m_free.Defer(chunk, index, true);
     return;
   }
   ReturnChunk(chunk, index);
@@ -793,28 +425,27 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::PushRelease
 }
 
 // The chunk is empty: it leaves its class for the front of the free chunk
-// list. A class head whose class is past the table stays where it is.
+// list. A class head whose class is past the table stays where it is. With
+// the deferred return, it stays on its class list as if it had left.
 template <class SegmentHeap, class OverflowHeap, class Shortcuts>
 void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReturnChunk(ChunkHeader* chunk,
                                                                                  size_t index) {
-  if (chunk->prevChunk == 0 && (index >= m_classCount || index >= m_classTableEntries)) {
+  if (chunk->prevChunk == 0 &&
+      (index >= m_geometry.classCount || index >= m_geometry.classTableEntries)) {
     return;
   }
-  ++m_freeChunkCount;
   if (Shortcuts::kDeferredReturn) {
-    SettleDeferredChunk();
+    m_free.Settle(m_classes);
     bool parked = CanPark(index, chunk, chunk->blockSize);
-    if (!parked && Indexed()) {
-      m_index.Remove(index, chunk);
+    if (!parked) {
+      m_classes.LeaveIndex(index, chunk);
     }
-    m_deferred.Defer(chunk, index, parked);
+    m_free.Defer(chunk, index, parked);
     return;
   }
-  if (Indexed()) {
-    m_index.Remove(index, chunk);
-  }
-  UnlinkFromClass(index, chunk);
-  PushFreeChunk(chunk);
+  m_classes.LeaveIndex(index, chunk);
+  m_classes.Unlink(index, chunk);
+  m_free.Return(chunk);
 }
 
 template <class SegmentHeap, class OverflowHeap, class Shortcuts>
@@ -824,29 +455,26 @@ void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReAlloc(vo
   if (!Owns(pointer)) {
     return OverflowHeap::ReAlloc(pointer, size);
   }
+  bool hasTable = m_classes.Table() != 0;
   if (size == 0) {
-    if (m_classChunks != 0) {
+    if (hasTable) {
       Release(pointer);
     }
     return 0;
   }
-  if (m_classChunks == 0) {
+  if (!hasTable) {
     Initialize();
   }
   size_t oldSize = BlockSizeOf(pointer);
   size_t copied = oldSize < size ? oldSize : size;
-  void* block = AllocFromClass(size);
-  if (block == 0) {
-    m_counters.Overflowed(IsPooledSize(size));
-    block = OverflowHeap::Alloc(size);
-  }
+  void* block = AllocFromClassOrOverflow(size);
   if (block != 0) {
     // The copy reads the old block's class size: the pool's own read.
     m_checker.BlockCopied(pointer, copied);
     memcpy(block, pointer, copied);
   }
   // The old block goes even when no new one was obtained.
-  if (m_classChunks != 0) {
+  if (m_classes.Table() != 0) {
     if (Owns(pointer)) {
       Release(pointer);
     } else {

@@ -12,6 +12,7 @@
 #include <stdint.h>
 
 #include "heap/chunk_header.h"
+#include "heap/pool_view.h"
 
 namespace Quendal {
 namespace Heap {
@@ -19,26 +20,33 @@ namespace Heap {
 // Null when the pool is consistent, else what is wrong.
 template <class Pool>
 const char* CheckPoolInvariants(const Pool& pool) {
-  if (pool.m_segment == 0) {
-    return pool.m_freeChunks == 0 ? 0 : "chunks without a segment";
+  PoolView<Pool> view(pool);
+  const PoolGeometry& geometry = view.Geometry();
+  const FreeChunkList<typename Pool::ShortcutSet>& freeChunks = view.FreeChunks();
+  const ClassLists<typename Pool::ShortcutSet>& classLists = view.Classes();
+  const FirstFreeIndex& firstFree = classLists.Index();
+  const DeferredChunkReturn& deferral = freeChunks.Deferral();
+  const CarveRecord& carveRecord = view.Carved();
+  bool indexed = classLists.Indexed();
+  if (geometry.segment == 0) {
+    return freeChunks.Head() == 0 ? 0 : "chunks without a segment";
   }
-  uint32_t buildable = pool.m_laidOutChunks;
+  uint32_t buildable = geometry.laidOutChunks;
   uint32_t built = buildable;
   if (Pool::ShortcutSet::kLazyBuilding) {
-    built =
-        static_cast<uint32_t>((pool.m_building.Next() - pool.m_alignedSegment) / pool.m_chunkSize);
-    if (built > buildable || pool.m_building.Unbuilt() != buildable - built) {
+    const LazyChunkBuilding& building = freeChunks.Building();
+    built = static_cast<uint32_t>((building.Next() - geometry.alignedSegment) / geometry.chunkSize);
+    if (built > buildable || building.Unbuilt() != buildable - built) {
       return "the chunks still to build are not the segment's last ones";
     }
   }
-  uintptr_t builtEnd = pool.m_alignedSegment + static_cast<uintptr_t>(built) * pool.m_chunkSize;
-  ChunkHeader* deferred = pool.DeferredChunk();
+  uintptr_t builtEnd = geometry.alignedSegment + static_cast<uintptr_t>(built) * geometry.chunkSize;
+  ChunkHeader* deferred = freeChunks.Deferred();
   bool deferredSeen = false;
   uint32_t listed = 0;
   uint32_t freeListed = 0;
 
-  uint32_t classes =
-      pool.m_classCount < pool.m_classTableEntries ? pool.m_classCount : pool.m_classTableEntries;
+  uint32_t classes = geometry.ServedClasses();
   for (uint32_t list = 0; list <= classes; ++list) {
     // List 0 is the free chunk list, list k the class list of k * 8 bytes.
     size_t index = list - 1;
@@ -47,11 +55,11 @@ const char* CheckPoolInvariants(const Pool& pool) {
     ChunkHeader* firstWithFreeBlock = 0;
     uint64_t lastJoin = 0;
     long members = 0;
-    ChunkHeader* head = list == 0 ? pool.m_freeChunks : pool.m_classChunks[index];
+    ChunkHeader* head = list == 0 ? freeChunks.Head() : classLists.Head(index);
     for (ChunkHeader* chunk = head; chunk != 0; chunk = chunk->nextChunk) {
       uintptr_t address = reinterpret_cast<uintptr_t>(chunk);
-      if (address < pool.m_alignedSegment || address >= builtEnd ||
-          (address - pool.m_alignedSegment) % pool.m_chunkSize != 0) {
+      if (address < geometry.alignedSegment || address >= builtEnd ||
+          (address - geometry.alignedSegment) % geometry.chunkSize != 0) {
         return "a listed chunk is not a built chunk of the segment";
       }
       if (++listed > built) {
@@ -60,7 +68,7 @@ const char* CheckPoolInvariants(const Pool& pool) {
       if (chunk->prevChunk != previous) {
         return "a chunk's prevChunk does not name the chunk before it";
       }
-      if (chunk->chunkBytes != pool.m_chunkSize || chunk->blockSize != blockSize) {
+      if (chunk->chunkBytes != geometry.chunkSize || chunk->blockSize != blockSize) {
         return "a chunk's size or class does not match its list";
       }
       previous = chunk;
@@ -88,17 +96,17 @@ const char* CheckPoolInvariants(const Pool& pool) {
       }
       if (chunk == deferred) {
         deferredSeen = true;
-        if (pool.m_deferred.ClassIndex() != index || chunk->usedBlocks != 0) {
+        if (deferral.ClassIndex() != index || chunk->usedBlocks != 0) {
           return "the deferred chunk is not an empty chunk of its class";
         }
-        if (pool.Indexed() && pool.m_index.Contains(chunk) != pool.m_deferred.Parked()) {
+        if (indexed && firstFree.Contains(chunk) != deferral.Parked()) {
           return "the first-free index holds the deferred chunk unless it is parked";
         }
-        if (pool.m_deferred.Parked()) {
+        if (deferral.Parked()) {
           // Joined last, it comes after any chunk of the class that got a
           // free block since, as the free chunk it stands for would.
-          if (chunk->nextChunk != 0 || !pool.m_carved.ReadsAsCarved(chunk, blockSize) ||
-              pool.m_index.JoinNumber(chunk) <= lastJoin) {
+          if (chunk->nextChunk != 0 || !carveRecord.ReadsAsCarved(chunk, blockSize) ||
+              firstFree.JoinNumber(chunk) <= lastJoin) {
             return "a parked chunk is not its class's last chunk, as carved";
           }
           if (firstWithFreeBlock == 0) {
@@ -111,25 +119,25 @@ const char* CheckPoolInvariants(const Pool& pool) {
       if (firstWithFreeBlock == 0 && chunk->freeBlocks != 0) {
         firstWithFreeBlock = chunk;
       }
-      if (pool.Indexed()) {
-        if (pool.m_index.Contains(chunk) != (chunk->freeBlocks != 0)) {
+      if (indexed) {
+        if (firstFree.Contains(chunk) != (chunk->freeBlocks != 0)) {
           return "the first-free index and a chunk's free list disagree";
         }
-        members += pool.m_index.Contains(chunk) ? 1 : 0;
-        if (pool.m_index.JoinNumber(chunk) <= lastJoin) {
+        members += firstFree.Contains(chunk) ? 1 : 0;
+        if (firstFree.JoinNumber(chunk) <= lastJoin) {
           return "join numbers do not increase along a class list";
         }
-        lastJoin = pool.m_index.JoinNumber(chunk);
+        lastJoin = firstFree.JoinNumber(chunk);
       }
     }
-    if (list != 0 && pool.Indexed()) {
-      if (pool.m_index.Tail(index) != previous) {
+    if (list != 0 && indexed) {
+      if (firstFree.Tail(index) != previous) {
         return "the first-free index names a wrong tail";
       }
-      if (pool.m_index.First(index) != firstWithFreeBlock) {
+      if (firstFree.First(index) != firstWithFreeBlock) {
         return "the first-free index names a wrong first chunk";
       }
-      if (pool.m_index.CountMembers(index) != members) {
+      if (firstFree.CountMembers(index) != members) {
         return "the first-free index holds other chunks than the class's";
       }
     }
@@ -140,19 +148,19 @@ const char* CheckPoolInvariants(const Pool& pool) {
   if (deferred != 0 && !deferredSeen) {
     return "the deferred chunk is not on its class list";
   }
-  uint32_t lost = pool.m_countedChunks - buildable;
+  uint32_t lost = geometry.countedChunks - buildable;
   uint32_t unbuilt = buildable - built;
-  if (pool.m_freeChunkCount != freeListed + unbuilt + (deferred != 0 ? 1 : 0) + lost) {
+  if (freeChunks.Count() != freeListed + unbuilt + (deferred != 0 ? 1 : 0) + lost) {
     return "the free chunk count does not add up";
   }
 
-  ChunkHeader* carved = pool.m_carved.Chunk();
+  ChunkHeader* carved = carveRecord.Chunk();
   if (Pool::ShortcutSet::kCarveRecord && carved != 0) {
     uintptr_t address = reinterpret_cast<uintptr_t>(carved);
-    if (address < pool.m_alignedSegment || address >= builtEnd) {
+    if (address < geometry.alignedSegment || address >= builtEnd) {
       return "the carve record names a chunk that is not built";
     }
-    uint32_t blockSize = pool.m_carved.BlockSize();
+    uint32_t blockSize = carveRecord.BlockSize();
     void* block = carved->freeBlocks;
     if (block != 0) {
       while (NextFreeBlock(block) != 0) {
@@ -161,7 +169,7 @@ const char* CheckPoolInvariants(const Pool& pool) {
         }
         block = NextFreeBlock(block);
       }
-      if (block != pool.m_carved.Last()) {
+      if (block != carveRecord.Last()) {
         return "the carve record's chunk ends its list elsewhere";
       }
     }

@@ -12,6 +12,7 @@
 
 #include "heap/chunk_header.h"
 #include "heap/pool_chunk_allocator.h"
+#include "heap/pool_view.h"
 #include "quendal/heap_stats.h"
 
 namespace Quendal {
@@ -47,35 +48,38 @@ LostChunksCause CauseOfLostChunks(const Pool& pool) {
 // laid out are taken off it (and off its low-water mark) here.
 template <class Pool>
 void ReadPoolStats(const Pool& pool, QDHeapStats& stats) {
+  PoolView<Pool> view(pool);
+  const PoolGeometry& geometry = view.Geometry();
+  const PoolCounters& counters = view.Counters();
+  uint32_t freeChunks = view.FreeChunks().Count();
   memset(&stats, 0, sizeof stats);
   stats.size = static_cast<uint32_t>(sizeof stats);
-  stats.chunkCount = pool.m_chunkCount;
-  stats.chunkSize = pool.m_chunkSize;
-  stats.lostChunks = pool.m_chunkCount;
-  stats.exhaustedRequests = pool.m_counters.ExhaustedRequests();
-  stats.largeRequests = pool.m_counters.LargeRequests();
-  if (pool.m_segment != 0) {
-    uint32_t laidOut = pool.m_laidOutChunks;
-    uint32_t neverLaidOut = pool.m_countedChunks - laidOut;
-    stats.freeChunks = pool.m_freeChunkCount - neverLaidOut;
-    stats.lowestFreeChunks = pool.m_counters.LowestFreeChunks(pool.m_freeChunkCount) - neverLaidOut;
+  stats.chunkCount = geometry.chunkCount;
+  stats.chunkSize = geometry.chunkSize;
+  stats.lostChunks = geometry.chunkCount;
+  stats.exhaustedRequests = counters.ExhaustedRequests();
+  stats.largeRequests = counters.LargeRequests();
+  if (geometry.segment != 0) {
+    uint32_t laidOut = geometry.laidOutChunks;
+    uint32_t neverLaidOut = geometry.countedChunks - laidOut;
+    stats.freeChunks = freeChunks - neverLaidOut;
+    stats.lowestFreeChunks = counters.LowestFreeChunks(freeChunks) - neverLaidOut;
     // A segment sized before Configure raised the chunk count holds fewer
     // chunks than the count, never more.
-    stats.lostChunks = pool.m_chunkCount > laidOut ? pool.m_chunkCount - laidOut : 0;
+    stats.lostChunks = geometry.chunkCount > laidOut ? geometry.chunkCount - laidOut : 0;
   }
-  if (pool.m_classChunks == 0) {
+  if (view.Classes().Table() == 0) {
     return;
   }
-  uint32_t classes =
-      pool.m_classCount < pool.m_classTableEntries ? pool.m_classCount : pool.m_classTableEntries;
+  uint32_t classes = geometry.ServedClasses();
   if (classes > QD_HEAP_STATS_CLASSES) {
     classes = QD_HEAP_STATS_CLASSES;
   }
-  ChunkHeader* deferred = pool.DeferredChunk();
+  ChunkHeader* deferred = view.FreeChunks().Deferred();
   for (uint32_t index = 0; index < classes; ++index) {
     QDHeapClassStats& entry = stats.classes[index];
     entry.blockSize = (index + 1) * 8;
-    for (ChunkHeader* chunk = pool.m_classChunks[index]; chunk != 0; chunk = chunk->nextChunk) {
+    for (ChunkHeader* chunk = view.Classes().Head(index); chunk != 0; chunk = chunk->nextChunk) {
       if (chunk == deferred) {
         continue;
       }

@@ -14,8 +14,8 @@ TEST_F(PoolTest, ResizeWithinItsClassKeepsTheBlock) {
   Build(4);
   void* block = pool.Alloc(17);
   Fill(block, 17, 3);
-  EXPECT_EQ(pool.Resize(block, 24), block);
-  EXPECT_EQ(pool.Resize(block, 18), block);
+  EXPECT_EQ(Resize(block, 24), block);
+  EXPECT_EQ(Resize(block, 18), block);
   EXPECT_TRUE(RecordingOverflowHeap::calls.empty());
   EXPECT_TRUE(PoolIsConsistent(pool));
 }
@@ -26,12 +26,12 @@ TEST_F(PoolTest, ResizeToAnotherClassMovesTheContentsAndReleasesTheOldBlock) {
   Fill(old, 24, 5);
   unsigned char expected[24];
   memcpy(expected, old, 24);
-  void* moved = pool.Resize(old, 200);
+  void* moved = Resize(old, 200);
   ASSERT_NE(moved, nullptr);
   EXPECT_NE(moved, old);
   EXPECT_EQ(memcmp(moved, expected, 24), 0);
   EXPECT_EQ(pool.Alloc(24), old);
-  void* shrunk = pool.Resize(moved, 8);
+  void* shrunk = Resize(moved, 8);
   EXPECT_EQ(memcmp(shrunk, expected, 8), 0);
   EXPECT_TRUE(PoolIsConsistent(pool));
 }
@@ -40,7 +40,7 @@ TEST_F(PoolTest, ResizePastThePooledSizesMovesToTheOverflowHeap) {
   Build(4);
   void* old = pool.Alloc(64);
   Fill(old, 64, 7);
-  void* moved = pool.Resize(old, 5000);
+  void* moved = Resize(old, 5000);
   ASSERT_NE(moved, nullptr);
   EXPECT_EQ(RecordingOverflowHeap::Count(OverflowCall::kAlloc), 1u);
   EXPECT_EQ(static_cast<unsigned char*>(moved)[63], static_cast<unsigned char*>(old)[63]);
@@ -56,7 +56,7 @@ TEST_F(PoolTest, ResizeThatGetsNoNewBlockKeepsTheOldOne) {
   unsigned char expected[40];
   memcpy(expected, old, 40);
   RecordingOverflowHeap::refuseAlloc = true;
-  EXPECT_EQ(pool.Resize(old, 5000), nullptr);
+  EXPECT_EQ(Resize(old, 5000), nullptr);
   RecordingOverflowHeap::refuseAlloc = false;
   EXPECT_EQ(memcmp(old, expected, 40), 0);
   // Still the caller's: the pool hands out another block for 40 bytes.
@@ -70,7 +70,7 @@ TEST_F(PoolTest, AllocClearedZeroesARecycledBlock) {
   void* dirty = pool.Alloc(48);
   Fill(dirty, 48, 0xFF);
   pool.Free(dirty);
-  unsigned char* cleared = static_cast<unsigned char*>(pool.AllocCleared(48));
+  unsigned char* cleared = static_cast<unsigned char*>(AllocCleared(48));
   ASSERT_EQ(static_cast<void*>(cleared), dirty);
   for (size_t i = 0; i < 48; ++i) {
     EXPECT_EQ(cleared[i], 0) << i;
@@ -81,7 +81,7 @@ TEST_F(PoolTest, AllocClearedZeroesARecycledBlock) {
 
 TEST_F(PoolTest, AllocClearedAboveThePooledSizesUsesTheOverflowHeapsZeroing) {
   Build(4);
-  void* block = pool.AllocCleared(5000);
+  void* block = AllocCleared(5000);
   ASSERT_NE(block, nullptr);
   ASSERT_EQ(RecordingOverflowHeap::calls.size(), 1u);
   EXPECT_EQ(RecordingOverflowHeap::calls[0].kind, OverflowCall::kAllocCleared);
@@ -98,7 +98,7 @@ TEST_F(PoolTest, AllocClearedOfAnExhaustedPoolClearsTheOverflowBlock) {
   RecordingOverflowHeap::Free(blocks.back());
   blocks.pop_back();
   RecordingOverflowHeap::calls.clear();
-  unsigned char* cleared = static_cast<unsigned char*>(pool.AllocCleared(1000));
+  unsigned char* cleared = static_cast<unsigned char*>(AllocCleared(1000));
   ASSERT_NE(cleared, nullptr);
   EXPECT_EQ(RecordingOverflowHeap::Count(OverflowCall::kAlloc), 1u);
   for (size_t i = 0; i < 1000; ++i) {

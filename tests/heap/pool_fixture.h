@@ -9,6 +9,7 @@
 
 #include <vector>
 
+#include "heap/pool_c_callers.h"
 #include "heap/pool_chunk_allocator.h"
 #include "heap/pool_invariants.h"
 #include "heap/scripted_heap.h"
@@ -71,6 +72,14 @@ class PoolTest : public ::testing::Test {
       chunks.push_back(chunk);
     }
     return chunks;
+  }
+
+  // The drop-in allocator's operations on the pool.
+  void* Resize(void* pointer, size_t size) {
+    return Quendal::Heap::PoolForCCallers<TestPool>::Resize(pool, pointer, size);
+  }
+  void* AllocCleared(size_t size) {
+    return Quendal::Heap::PoolForCCallers<TestPool>::AllocCleared(pool, size);
   }
 
   ChunkHeader* ChunkNumber(size_t k) {
