@@ -6,7 +6,9 @@
 // active, holds exactly the chunks of each list that have a free block (a
 // deferred chunk excepted, deferred_chunk_return.h) and names each list's
 // tail. Without the shortcut, or when the index could not get its memory,
-// the lists are walked instead.
+// the lists are walked instead. For the statistics, each of the first
+// PoolCounters::kCountedClasses lists counts the chunks on it, a deferred
+// chunk included.
 #ifndef QUENDAL_HEAP_CLASS_LISTS_H
 #define QUENDAL_HEAP_CLASS_LISTS_H
 
@@ -18,6 +20,7 @@
 #include "heap/chunk_header.h"
 #include "heap/chunk_list.h"
 #include "heap/first_free_index.h"
+#include "heap/pool_counters.h"
 #include "heap/pool_geometry.h"
 #include "util/compiler.h"
 
@@ -27,7 +30,11 @@ namespace Heap {
 template <class Shortcuts>
 class ClassLists {
  public:
-  ClassLists() : m_heads(0) {}
+  ClassLists() : m_heads(0) {
+    for (uint32_t index = 0; index <= PoolCounters::kCountedClasses; ++index) {
+      m_chunks[index] = 0;
+    }
+  }
 
   // The table of list heads comes from the C library's allocator, once.
   bool AllocateTable(uint32_t entries) {
@@ -51,6 +58,8 @@ class ClassLists {
   const FirstFreeIndex& Index() const { return m_index; }
 
   ChunkHeader* Head(size_t index) const { return m_heads[index]; }
+  // Chunks on the list of class index, below PoolCounters::kCountedClasses.
+  uint32_t Chunks(size_t index) const { return m_chunks[index]; }
 
   // The indexed answer alone, for the allocation fast path.
   QD_ALWAYS_INLINE ChunkHeader* IndexedFirst(size_t index) const { return m_index.First(index); }
@@ -79,6 +88,7 @@ class ClassLists {
   // The chunk joins the tail of its class list (or heads an empty one).
   void Append(size_t index, ChunkHeader* chunk) {
     ChunkList::Append(m_heads[index], Tail(index), chunk);
+    ++m_chunks[PoolCounters::Entry(index)];
     if (Indexed()) {
       m_index.SetTail(index, chunk);
       m_index.Join(chunk);
@@ -97,6 +107,7 @@ class ClassLists {
       m_index.SetTail(index, chunk->prevChunk);
     }
     ChunkList::Unlink(m_heads[index], chunk);
+    --m_chunks[PoolCounters::Entry(index)];
   }
 
   // The chunk, on the class's list, got a free block.
@@ -131,6 +142,7 @@ class ClassLists {
 
   ChunkHeader** m_heads;
   FirstFreeIndex m_index;
+  uint32_t m_chunks[PoolCounters::kCountedClasses + 1];
 };
 
 }  // namespace Heap

@@ -88,6 +88,7 @@ class ConfigPoolChunkAllocator {
       size_t index = ClassIndex(ClassSize(size));
       ChunkHeader* chunk = m_classes.IndexedFirst(index);
       if (QD_LIKELY(chunk != 0)) {
+        m_counters.CountedClassBlockTaken(index);
         return TakeBlock(index, chunk);
       }
     }
@@ -220,12 +221,18 @@ class ConfigPoolChunkAllocator {
 
   void UpdateGeometry() {
     m_geometry.Derive(m_classes.Table() != 0);
-    // A checker sees each block handed out, which the fast path does not tell.
-    m_fastLimit = m_classes.Indexed() && !m_checker.Active() ? m_geometry.pooledLimit : 0;
+    // A checker sees each block handed out, which the fast path does not
+    // tell. The fast path counts its classes without looking for the ones
+    // the statistics do not show.
+    size_t limit = m_geometry.pooledLimit;
+    size_t countedLimit = PoolCounters::kCountedClasses * kClassGranule;
+    limit = limit < countedLimit ? limit : countedLimit;
+    m_fastLimit = m_classes.Indexed() && !m_checker.Active() ? limit : 0;
   }
 
   PoolGeometry m_geometry;
-  // m_geometry.pooledLimit while the first-free index is active, else 0.
+  // The routing limit, at most the classes the statistics count, while the
+  // first-free index is active; else 0.
   size_t m_fastLimit;
   ClassLists<Shortcuts> m_classes;
   FreeChunkList<Shortcuts> m_free;
@@ -365,6 +372,7 @@ void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::AllocFromC
   // TakeBlock reads the free block's link; the block then goes to the
   // program with the size it asked for.
   m_checker.MakeAccessible(chunk->freeBlocks, sizeof(void*));
+  m_counters.BlockTaken(index);
   void* block = TakeBlock(index, chunk);
   m_checker.BlockHandedOut(block, size, blockSize);
   return block;
@@ -400,6 +408,7 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Release(voi
   --usedBlocks;
   chunk->usedBlocks = usedBlocks;
   size_t index = ClassIndex(blockSize);
+  m_counters.BlockGivenBack(index);
   if (QD_UNLIKELY(firstFree == 0) && blockSize != 0) {
     ChunkGotAFreeBlock(index, chunk);
   }

@@ -1,21 +1,46 @@
-// What the pool counts for its statistics (quendal/heap_stats.h): the fewest
-// free chunks there ever were, and the requests it passed to its overflow
-// heap, by why. Everything else the statistics show is read from the chunks
-// when a snapshot is taken, so the allocation fast path (Alloc's inline
-// path, TakeBlock, Release) counts nothing: only the slow paths that take a
-// free chunk or route a request to the overflow heap call in here. Counting
-// changes nothing the pool does.
+// What the pool counts for its statistics (quendal/heap_stats.h), kept as the
+// pool works so that a snapshot costs what the classes cost, not what the
+// chunks cost: per class, the blocks handed out (the class lists count their
+// chunks, class_lists.h); the fewest free chunks there ever were; and the
+// requests passed to the overflow heap, by why.
+//
+// Invariant (checked by CheckPoolInvariants against a walk of the lists):
+// for each of the first kCountedClasses classes, UsedBlocks() is the number
+// of blocks its chunks have handed out and not taken back, counted without
+// the 16-bit wrap of a chunk's own count. The classes past those share one
+// entry that nothing reads. Counting changes nothing the pool does.
 #ifndef QUENDAL_HEAP_POOL_COUNTERS_H
 #define QUENDAL_HEAP_POOL_COUNTERS_H
 
+#include <stddef.h>
 #include <stdint.h>
+
+#include "quendal/heap_stats.h"
+#include "util/compiler.h"
 
 namespace Quendal {
 namespace Heap {
 
 class PoolCounters {
  public:
-  PoolCounters() : m_lowestFreeChunks(0xFFFFFFFFu), m_exhaustedRequests(0), m_largeRequests(0) {}
+  // The classes a snapshot can show.
+  static const uint32_t kCountedClasses = QD_HEAP_STATS_CLASSES;
+
+  PoolCounters() : m_lowestFreeChunks(0xFFFFFFFFu), m_exhaustedRequests(0), m_largeRequests(0) {
+    for (uint32_t index = 0; index <= kCountedClasses; ++index) {
+      m_usedBlocks[index] = 0;
+    }
+  }
+
+  // The allocation and release fast paths: one addition each, and a
+  // comparison for a class that may lie past the counted ones.
+  // For an index known to be below kCountedClasses; the mask, a power of
+  // two less one, only tells the compiler so.
+  QD_ALWAYS_INLINE void CountedClassBlockTaken(size_t index) {
+    ++m_usedBlocks[index & (kCountedClasses - 1)];
+  }
+  QD_ALWAYS_INLINE void BlockTaken(size_t index) { ++m_usedBlocks[Entry(index)]; }
+  QD_ALWAYS_INLINE void BlockGivenBack(size_t index) { --m_usedBlocks[Entry(index)]; }
 
   // The free chunk count has just gone down to freeChunks.
   void FreeChunksFell(uint32_t freeChunks) {
@@ -41,8 +66,15 @@ class PoolCounters {
   }
   uint64_t ExhaustedRequests() const { return m_exhaustedRequests; }
   uint64_t LargeRequests() const { return m_largeRequests; }
+  // For index below kCountedClasses.
+  uint32_t UsedBlocks(size_t index) const { return m_usedBlocks[index]; }
+
+  // The entry of class index: its own, or the one the uncounted share.
+  static size_t Entry(size_t index) { return index < kCountedClasses ? index : kCountedClasses; }
 
  private:
+  QD_STATIC_ASSERT((kCountedClasses & (kCountedClasses - 1)) == 0);
+  uint32_t m_usedBlocks[kCountedClasses + 1];
   uint32_t m_lowestFreeChunks;
   uint64_t m_exhaustedRequests;
   uint64_t m_largeRequests;

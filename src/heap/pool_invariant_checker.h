@@ -1,10 +1,11 @@
 // The pool's invariant checker: every built chunk is on exactly one list with
 // links that agree both ways, class chunks hold their class, used counts
 // match the free lists, free blocks lie on block boundaries inside their
-// chunk, the free chunk count adds up, and each shortcut's own invariant
-// holds (lazy_chunk_building.h, deferred_chunk_return.h, first_free_index.h,
-// carve_record.h). It reads the whole pool: tests and fuzzers call it after
-// each step, the library never does.
+// chunk, the free chunk count adds up, each shortcut's own invariant holds
+// (lazy_chunk_building.h, deferred_chunk_return.h, first_free_index.h,
+// carve_record.h), and so do the statistics' class counts (pool_counters.h).
+// It reads the whole pool: tests and fuzzers call it after each step, the
+// library never does.
 #ifndef QUENDAL_HEAP_POOL_INVARIANT_CHECKER_H
 #define QUENDAL_HEAP_POOL_INVARIANT_CHECKER_H
 
@@ -55,6 +56,8 @@ const char* CheckPoolInvariants(const Pool& pool) {
     ChunkHeader* firstWithFreeBlock = 0;
     uint64_t lastJoin = 0;
     long members = 0;
+    uint32_t classChunks = 0;
+    uint64_t usedBlocks = 0;
     ChunkHeader* head = list == 0 ? freeChunks.Head() : classLists.Head(index);
     for (ChunkHeader* chunk = head; chunk != 0; chunk = chunk->nextChunk) {
       uintptr_t address = reinterpret_cast<uintptr_t>(chunk);
@@ -94,6 +97,8 @@ const char* CheckPoolInvariants(const Pool& pool) {
       if ((capacity - freeCount) % 65536 != chunk->usedBlocks) {
         return "a chunk's used count does not match its free list";
       }
+      usedBlocks += capacity - freeCount;
+      ++classChunks;
       if (chunk == deferred) {
         deferredSeen = true;
         if (deferral.ClassIndex() != index || chunk->usedBlocks != 0) {
@@ -129,6 +134,11 @@ const char* CheckPoolInvariants(const Pool& pool) {
         }
         lastJoin = firstFree.JoinNumber(chunk);
       }
+    }
+    if (list != 0 && index < PoolCounters::kCountedClasses &&
+        (classLists.Chunks(index) != classChunks ||
+         view.Counters().UsedBlocks(index) != usedBlocks)) {
+      return "the class counts of the statistics do not match the class list";
     }
     if (list != 0 && indexed) {
       if (firstFree.Tail(index) != previous) {

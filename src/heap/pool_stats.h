@@ -1,8 +1,9 @@
-// The pool's statistics snapshot (quendal/heap_stats.h). What the chunks
-// can tell is counted here, when the snapshot is taken, by walking the class
-// lists as a caller sees them: a chunk whose return is deferred is free, not
-// its class's, and chunks not yet built are free and on no list. The free
-// chunk count already counts both. The rest comes from PoolCounters.
+// The pool's statistics snapshot (quendal/heap_stats.h), read from what the
+// pool counts as it works (PoolCounters) and from its geometry: the cost of
+// a snapshot grows with the classes, not with the chunks. As a caller sees
+// them, a chunk whose return is deferred is free, not its class's, and
+// chunks not yet built are free and on no list; the free chunk count already
+// counts both.
 #ifndef QUENDAL_HEAP_POOL_STATS_H
 #define QUENDAL_HEAP_POOL_STATS_H
 
@@ -75,18 +76,23 @@ void ReadPoolStats(const Pool& pool, QDHeapStats& stats) {
   if (classes > QD_HEAP_STATS_CLASSES) {
     classes = QD_HEAP_STATS_CLASSES;
   }
-  ChunkHeader* deferred = view.FreeChunks().Deferred();
+  // Every chunk on a class list has the geometry's chunk size: a pool whose
+  // segment was laid out before it was configured has no chunk at all (its
+  // 16-byte chunks cannot hold a header).
+  uint32_t blockBytes = geometry.chunkSize > kChunkHeaderSize
+                            ? geometry.chunkSize - static_cast<uint32_t>(kChunkHeaderSize)
+                            : 0;
+  const DeferredChunkReturn& deferral = view.FreeChunks().Deferral();
+  bool deferred = view.FreeChunks().Deferred() != 0;
   for (uint32_t index = 0; index < classes; ++index) {
     QDHeapClassStats& entry = stats.classes[index];
     entry.blockSize = (index + 1) * 8;
-    for (ChunkHeader* chunk = view.Classes().Head(index); chunk != 0; chunk = chunk->nextChunk) {
-      if (chunk == deferred) {
-        continue;
-      }
-      entry.chunks += 1;
-      entry.usedBlocks += chunk->usedBlocks;
-      entry.blockCapacity += (chunk->chunkBytes - kChunkHeaderSize) / entry.blockSize;
+    entry.chunks = view.Classes().Chunks(index);
+    if (deferred && deferral.ClassIndex() == index) {
+      entry.chunks -= 1;
     }
+    entry.usedBlocks = counters.UsedBlocks(index);
+    entry.blockCapacity = entry.chunks * (blockBytes / entry.blockSize);
   }
   stats.classCount = classes;
 }

@@ -472,3 +472,82 @@ TEST_F(PoolStatsTest, TextListsTheCountersAndOnlyTheClassesInUse) {
 }
 
 }  // namespace
+
+namespace {
+
+// The class figures of a snapshot, as a walk over the class lists reads them.
+struct WalkedClass {
+  uint32_t chunks = 0;
+  uint64_t usedBlocks = 0;
+  uint64_t blockCapacity = 0;
+};
+
+std::vector<WalkedClass> WalkClasses(TestPool& pool) {
+  // Settles a deferred return, so that every chunk a list holds is its class's.
+  pool.Materialize();
+  std::vector<WalkedClass> walked(QD_HEAP_STATS_CLASSES);
+  for (uint32_t index = 0; index < QD_HEAP_STATS_CLASSES; ++index) {
+    uint32_t blockSize = (index + 1) * 8;
+    for (ChunkHeader* chunk = pool.ClassChunk(index); chunk != nullptr; chunk = chunk->nextChunk) {
+      walked[index].chunks += 1;
+      walked[index].usedBlocks += chunk->usedBlocks;
+      walked[index].blockCapacity += (chunk->chunkBytes - kChunkHeaderSize) / blockSize;
+    }
+  }
+  return walked;
+}
+
+// The snapshot reads counts the pool keeps as it works; after every step of
+// a random mix of classes, chunks taken and returned and chunks deferred, they
+// are what a walk over every chunk finds.
+TEST_F(PoolStatsTest, ClassFiguresAgreeWithAWalkAfterEveryStep) {
+  Build(24);
+  std::vector<void*> live;
+  uint32_t state = 7;
+  for (int step = 0; step < 3000; ++step) {
+    state = state * 1103515245u + 12345u;
+    uint32_t draw = state >> 8;
+    if (live.empty() || draw % 5 < 3) {
+      void* block = pool.Alloc(1 + (draw >> 4) % 600);
+      if (pool.Owns(block)) {
+        live.push_back(block);
+      } else {
+        pool.Free(block);
+      }
+    } else {
+      size_t k = (draw >> 4) % live.size();
+      pool.Free(live[k]);
+      live[k] = live.back();
+      live.pop_back();
+    }
+    QDHeapStats stats = Stats();
+    std::vector<WalkedClass> walked = WalkClasses(pool);
+    ASSERT_EQ(stats.classCount, 128u);
+    for (uint32_t index = 0; index < stats.classCount; ++index) {
+      ASSERT_EQ(stats.classes[index].chunks, walked[index].chunks) << "class " << index;
+      ASSERT_EQ(stats.classes[index].usedBlocks, walked[index].usedBlocks) << "class " << index;
+      ASSERT_EQ(stats.classes[index].blockCapacity, walked[index].blockCapacity)
+          << "class " << index;
+    }
+  }
+}
+
+// A chunk's own used count is 16 bits and wraps; the class figure counts
+// every block handed out.
+TEST_F(PoolStatsTest, UsedBlocksCountPastTheChunksSixteenBitCount) {
+  const uint32_t chunkSize = 1u << 20;
+  Build(1, 0, chunkSize);
+  const size_t blocks = (chunkSize - kChunkHeaderSize) / 8;
+  ASSERT_GT(blocks, 65536u + 1000u);
+  const size_t taken = 65536 + 1000;
+  for (size_t k = 0; k < taken; ++k) {
+    ASSERT_TRUE(pool.Owns(pool.Alloc(8)));
+  }
+  QDHeapStats stats = Stats();
+  EXPECT_EQ(stats.classes[0].chunks, 1u);
+  EXPECT_EQ(stats.classes[0].usedBlocks, taken);
+  EXPECT_EQ(stats.classes[0].blockCapacity, blocks);
+  EXPECT_TRUE(PoolIsConsistent(pool));
+}
+
+}  // namespace
