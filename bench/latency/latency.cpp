@@ -427,7 +427,8 @@ Percentiles Summarise(const MappedVector<Op>& ops, const MappedVector<uint32_t>&
 }
 
 // The three slowest calls of one kind, by their replayed figures: where
-// they are in the timed list, their size and their time in nanoseconds.
+// they are in the timed list, their slot and size, and their time in
+// nanoseconds.
 void PrintSlowest(const MappedVector<Op>& ops, const MappedVector<uint32_t>& samples, uint32_t kind,
                   const Clock& clock) {
   const size_t kShown = 3;
@@ -451,8 +452,8 @@ void PrintSlowest(const MappedVector<Op>& ops, const MappedVector<uint32_t>& sam
   printf("\"slowest\": [");
   for (size_t rank = 0; rank < found; ++rank) {
     const Op& op = ops[slowest[rank]];
-    printf("%s{\"call\": %zu, \"size\": %u, \"ns\": %.1f}", rank == 0 ? "" : ", ", slowest[rank],
-           op.size, samples[slowest[rank]] * clock.nanosecondsPerTick);
+    printf("%s{\"call\": %zu, \"slot\": %u, \"size\": %u, \"ns\": %.1f}", rank == 0 ? "" : ", ",
+           slowest[rank], op.slot, op.size, samples[slowest[rank]] * clock.nanosecondsPerTick);
   }
   printf("]");
 }

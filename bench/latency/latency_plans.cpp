@@ -182,10 +182,11 @@ Plan RandomPlan(const Geometry& geometry, size_t steps, bool threaded) {
       liveChunks += geometry.ChunkShare(size);
     } else {
       uint32_t slot = live.Draw(random);
-      liveChunks -= geometry.ChunkShare(live.SizeOf(slot));
+      uint32_t size = live.SizeOf(slot);
+      liveChunks -= geometry.ChunkShare(size);
       live.Remove(slot);
       slots.Give(slot);
-      Push(plan.timed, kFree, slot, 0);
+      Push(plan.timed, kFree, slot, size);
     }
   }
   plan.slots = slots.Count();
@@ -198,15 +199,17 @@ Plan DrainPlan(const Geometry& geometry) {
   double target = 1.25 * geometry.UsableChunks();
   double chunks = 0;
   MappedVector<uint32_t> order;
+  MappedVector<uint32_t> sizes;
   while (chunks < target) {
     uint32_t size = PooledSize(random);
     Push(plan.timed, kAlloc, plan.slots, size);
     order.push_back(plan.slots++);
+    sizes.push_back(size);
     chunks += geometry.ChunkShare(size);
   }
   Shuffle(order, random);
   for (uint32_t slot : order) {
-    Push(plan.timed, kFree, slot, 0);
+    Push(plan.timed, kFree, slot, sizes[slot]);
   }
   return plan;
 }
@@ -225,12 +228,13 @@ Plan ChurnPlan(const Geometry& geometry, size_t ops) {
   for (uint32_t size : classes) {
     Push(plan.prepare, kAlloc, slots.Take(), size);
   }
-  // The batches, oldest first from head on: each a run of allocated, a
-  // list of the slots of every batch in the order they were allocated.
+  // The live batches are those from head on, oldest first; each is a run
+  // of allocated, which lists the slots of all batches in allocation order.
   struct Batch {
     size_t first;
     uint32_t blocks;
     uint32_t chunks;
+    uint32_t size;
   };
   MappedVector<Batch> batches;
   MappedVector<uint32_t> allocated;
@@ -248,6 +252,7 @@ Plan ChurnPlan(const Geometry& geometry, size_t ops) {
     Batch batch;
     batch.first = allocated.size();
     batch.chunks = 1 + random.Below(3);
+    batch.size = size;
     batch.blocks = batch.chunks * geometry.PerChunk(size);
     for (uint32_t block = 0; block < batch.blocks; ++block) {
       uint32_t slot = slots.Take();
@@ -262,7 +267,7 @@ Plan ChurnPlan(const Geometry& geometry, size_t ops) {
                        allocated.begin() + static_cast<ptrdiff_t>(oldest.first + oldest.blocks));
       Shuffle(releasing, random);
       for (uint32_t slot : releasing) {
-        Push(*list, kFree, slot, 0);
+        Push(*list, kFree, slot, oldest.size);
         slots.Give(slot);
       }
       liveChunks -= oldest.chunks;

@@ -47,8 +47,9 @@ enum OpKind : uint32_t { kAlloc, kFree, kReAlloc, kStats, kOpKinds };
 
 const char* OpName(uint32_t kind);
 
-// Alloc puts a block of size into slot; Free releases the block of slot;
-// ReAlloc resizes it to size; Stats takes a snapshot of the heap.
+// Alloc puts a block of size into slot; Free releases the block of slot
+// (size: the block's, for the report); ReAlloc resizes it to size; Stats
+// takes a snapshot of the heap.
 struct Op {
   uint32_t kind;
   uint32_t slot;
