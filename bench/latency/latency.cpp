@@ -15,8 +15,8 @@
 // cache misses of other programs drop out and the allocator's own cost
 // stays. With --fifo 1 the timed threads run SCHED_FIFO (when permitted), so
 // that other programs of the machine cannot preempt them. One line of JSON
-// on standard output; bench/latency/run runs every
-// allocator and writes docs/BENCHMARKS.md.
+// on standard output; bench/latency/run runs every allocator and writes
+// docs/BENCHMARKS.md.
 #include <fcntl.h>
 #include <pthread.h>
 #include <sched.h>
@@ -43,7 +43,7 @@
 namespace QuendalLatency {
 namespace {
 
-const int kDefaultRepetitions = 15;
+const int kDefaultRepetitions = 20;
 const size_t kDefaultSteps = 200000;
 const size_t kDefaultStatsCalls = 200;
 // Steps the hammer thread has taken before the timed calls begin.
