@@ -218,6 +218,7 @@ class ConfigPoolChunkAllocator {
            m_classes.HoldsOnlyAtTail(index, chunk);
   }
   QD_NOINLINE void ReturnChunk(ChunkHeader* chunk, size_t index);
+  void DeferReturn(ChunkHeader* chunk, size_t index);
 
   void UpdateGeometry() {
     m_geometry.Derive(m_classes.Table() != 0);
@@ -434,8 +435,7 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::PushRelease
 }
 
 // The chunk is empty: it leaves its class for the front of the free chunk
-// list. A class head whose class is past the table stays where it is. With
-// the deferred return, it stays on its class list as if it had left.
+// list. A class head whose class is past the table stays where it is.
 template <class SegmentHeap, class OverflowHeap, class Shortcuts>
 void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReturnChunk(ChunkHeader* chunk,
                                                                                  size_t index) {
@@ -444,17 +444,25 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReturnChunk
     return;
   }
   if (Shortcuts::kDeferredReturn) {
-    m_free.Settle(m_classes);
-    bool parked = CanPark(index, chunk, chunk->blockSize);
-    if (!parked) {
-      m_classes.LeaveIndex(index, chunk);
-    }
-    m_free.Defer(chunk, index, parked);
+    DeferReturn(chunk, index);
     return;
   }
   m_classes.LeaveIndex(index, chunk);
   m_classes.Unlink(index, chunk);
   m_free.Return(chunk);
+}
+
+// The emptied chunk stays on its class list as the free chunk list's first;
+// a chunk deferred before it is settled first.
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::DeferReturn(ChunkHeader* chunk,
+                                                                                 size_t index) {
+  m_free.Settle(m_classes);
+  bool parked = CanPark(index, chunk, chunk->blockSize);
+  if (!parked) {
+    m_classes.LeaveIndex(index, chunk);
+  }
+  m_free.Defer(chunk, index, parked);
 }
 
 template <class SegmentHeap, class OverflowHeap, class Shortcuts>
