@@ -9,23 +9,28 @@
 // class list front to back, and the earliest joined chunk with a free block
 // is the one a walk from the class's head stops at.
 //
-// Per class the chunks are kept in a red-black tree keyed by join number,
-// First(class) being its leftmost node. Every operation is logarithmic in
-// the class's chunk count in the worst case, whatever the order of the
-// calls: a red-black tree of n nodes is at most 2 log2(n + 1) deep, an
-// insertion or removal recolours along one path and rotates at most three
-// times, and the leftmost node's successor is its right child or its
-// parent. (An amortised bound is not enough: the one call that pays for
-// the others would stall its caller for time linear in the chunk count.)
-// The rightmost node is kept at hand too, so a chunk that becomes its
-// class's first or last with a free block, as when chunks get one in list
-// order or in reverse, is added without a search; any other climbs from
-// the leftmost node only as far as its key needs. The nodes, one per chunk,
-// and the per-class first, last and tail chunks live in memory mapped from
-// the system, so they add no call to the C library's allocator; zeroed,
-// they read as empty classes and black nodes outside the index. When the
-// mapping is refused the index stays inactive and the pool walks its class
-// lists instead.
+// Per class the chunks are kept in a red-black tree keyed by join number.
+// Every operation is logarithmic in the class's chunk count in the worst
+// case, whatever the order of the calls: a red-black tree of n nodes is at
+// most 2 log2(n + 1) deep, an insertion or removal recolours along one path
+// and rotates at most three times, and the leftmost node's successor is its
+// right child or its parent. (An amortised bound is not enough: the one
+// call that pays for the others would stall its caller for time linear in
+// the chunk count.)
+//
+// The first is the tree's leftmost node, or is held ahead of the tree: a
+// chunk that comes first when it gets a free block stays out of the tree
+// until another comes before it, so that the common case, a chunk that
+// gets a block back and fills again, costs no rebalancing. The last node
+// is at hand too, so a chunk that comes last, as when chunks get a free
+// block in list order, is added without a search; any other climbs from the
+// leftmost only as far as its key needs.
+//
+// The nodes, one per chunk, and the per-class first, last and tail chunks
+// live in memory mapped from the system, so they add no call to the C
+// library's allocator; zeroed, they read as empty classes and black nodes
+// outside the index. When the mapping is refused the index stays inactive
+// and the pool walks its class lists instead.
 #ifndef QUENDAL_HEAP_FIRST_FREE_INDEX_H
 #define QUENDAL_HEAP_FIRST_FREE_INDEX_H
 
@@ -122,31 +127,43 @@ class FirstFreeIndex {
     // Out of the index, the node reads as zeroed: no links, black.
     uint32_t number = Number(chunk);
     Node& node = m_nodes[number];
-    node.member = 1;
     ChunkHeader* first = m_first[index];
     if (first == 0) {
+      node.member = kAhead;
       m_first[index] = chunk;
       m_last[index] = number;
       return;
     }
-    // A chunk ahead of a black first joins as its red left leaf, with
-    // nothing to rebalance: the common case.
     uint32_t at = Number(first);
-    Node& above = m_nodes[at];
-    if (node.key < above.key && above.red == 0) {
-      above.left = number;
-      node.parent = at;
-      node.red = 1;
+    Node& front = m_nodes[at];
+    if (node.key < front.key) {
+      // The chunk comes first, held ahead; a first held ahead joins the
+      // tree, where it is the leftmost.
+      if (front.member == kAhead) {
+        PushIntoTree(at);
+      }
+      node.member = kAhead;
+      node.left = at;
       m_first[index] = chunk;
       return;
     }
-    InsertIntoTree(index, chunk, number);
+    node.member = kInTree;
+    InsertIntoTree(index, number, front.member == kAhead ? front.left : at);
   }
 
   // First(index) has no free block left.
   void RemoveFirst(size_t index) {
     uint32_t number = Number(m_first[index]);
     Node& node = m_nodes[number];
+    if (node.member == kAhead) {
+      uint32_t next = node.left;
+      Clear(node);
+      m_first[index] = ChunkOfNumber(next);
+      if (next == 0) {
+        m_last[index] = 0;
+      }
+      return;
+    }
     uint32_t parent = node.parent;
     if (parent == 0 && node.right == 0) {
       Clear(node);
@@ -181,7 +198,7 @@ class FirstFreeIndex {
   // For the invariant checker.
   bool Contains(const ChunkHeader* chunk) const { return m_nodes[Number(chunk)].member != 0; }
   uint64_t JoinNumber(const ChunkHeader* chunk) const { return m_nodes[Number(chunk)].key; }
-  // Members of the class's tree, by walking all of it; -1 when a link, the
+  // Members of the class, by walking all of its tree; -1 when a link, the
   // order of the keys, a member flag, the colours or the first or last node
   // is wrong.
   long CountMembers(size_t index) const {
@@ -192,19 +209,31 @@ class FirstFreeIndex {
     if (first == 0 || first > m_chunks) {
       return -1;
     }
-    uint32_t root = first;
-    for (unsigned depth = 1; root <= m_chunks && m_nodes[root].parent != 0; ++depth) {
-      if (depth == kMaxDepth) {
+    const Node& front = m_nodes[first];
+    uint32_t leftmost = first;
+    long count = 0;
+    if (front.member == kAhead) {
+      if (front.parent != 0 || front.right != 0 || front.red != 0) {
         return -1;
       }
+      leftmost = front.left;
+      count = 1;
+      if (leftmost == 0) {
+        return m_last[index] == first ? 1 : -1;
+      }
+      if (leftmost > m_chunks || m_nodes[leftmost].key <= front.key) {
+        return -1;
+      }
+    }
+    uint32_t root = leftmost;
+    for (unsigned depth = 1; m_nodes[root].parent != 0; ++depth) {
       root = m_nodes[root].parent;
+      if (depth == kMaxDepth || root > m_chunks) {
+        return -1;
+      }
     }
-    if (root > m_chunks || m_nodes[root].red != 0) {
-      return -1;
-    }
-    long count = 0;
-    if (BlackHeight(root, 0, 0, 0, 1, count) < 0 || Leftmost(root) != first ||
-        Rightmost(root) != m_last[index]) {
+    if (m_nodes[root].red != 0 || BlackHeight(root, 0, 0, 0, 1, count) < 0 ||
+        Leftmost(root) != leftmost || Rightmost(root) != m_last[index]) {
       return -1;
     }
     return count;
@@ -213,6 +242,10 @@ class FirstFreeIndex {
  private:
   // Tests look at the trees' shape and break their links through it.
   friend class FirstFreeIndexInspector;
+
+  // member: kInTree, or kAhead for a first held ahead of the tree, whose
+  // left names the tree's leftmost node instead of a child.
+  enum { kOutside = 0, kInTree = 1, kAhead = 2 };
 
   // Links are node numbers, 0 for none. A node outside the index is all
   // zero but for its key, as in zeroed memory: Insert relies on it.
@@ -252,7 +285,7 @@ class FirstFreeIndex {
     node.left = 0;
     node.right = 0;
     node.parent = 0;
-    node.member = 0;
+    node.member = kOutside;
     node.red = 0;
   }
   uint32_t Leftmost(uint32_t number) const {
@@ -309,17 +342,38 @@ class FirstFreeIndex {
     node.parent = child;
   }
 
-  // The class has other chunks with a free block: the chunk's node joins
-  // their tree, red, as the first or the last without a search.
-  QD_NOINLINE void InsertIntoTree(size_t index, ChunkHeader* chunk, uint32_t number) {
+  // The first, held ahead, joins the tree as its leftmost node.
+  QD_NOINLINE void PushIntoTree(uint32_t number) {
     Node& node = m_nodes[number];
+    uint32_t below = node.left;
+    node.member = kInTree;
+    if (below == 0) {
+      return;
+    }
+    node.left = 0;
+    node.parent = below;
+    node.red = 1;
+    m_nodes[below].left = number;
+    RebalanceAfterInsert(number);
+  }
+
+  // The node, behind the first, joins the tree whose leftmost is leftmost
+  // (none: the tree is empty), red, without a search when it comes first
+  // or last there.
+  QD_NOINLINE void InsertIntoTree(size_t index, uint32_t number, uint32_t leftmost) {
+    Node& node = m_nodes[number];
+    if (leftmost == 0) {
+      m_nodes[Number(m_first[index])].left = number;
+      m_last[index] = number;
+      return;
+    }
     node.red = 1;
     uint64_t key = node.key;
-    uint32_t at = Number(m_first[index]);
-    if (key < m_nodes[at].key) {
-      m_nodes[at].left = number;
-      node.parent = at;
-      m_first[index] = chunk;
+    if (key < m_nodes[leftmost].key) {
+      // Behind the first held ahead.
+      m_nodes[leftmost].left = number;
+      node.parent = leftmost;
+      m_nodes[Number(m_first[index])].left = number;
       RebalanceAfterInsert(number);
       return;
     }
@@ -331,8 +385,9 @@ class FirstFreeIndex {
       RebalanceAfterInsert(number);
       return;
     }
-    // The nodes above the first are its ancestors in increasing order: the
-    // key goes right of the highest one below it.
+    // The nodes above the leftmost are its ancestors in increasing order:
+    // the key goes right of the highest one below it.
+    uint32_t at = leftmost;
     for (uint32_t up = m_nodes[at].parent; up != 0 && m_nodes[up].key < key;
          up = m_nodes[up].parent) {
       at = up;
@@ -373,7 +428,7 @@ class FirstFreeIndex {
 
   // The red node just added may have a red parent: recolour upwards while
   // its uncle is red, then at most two rotations end it.
-  void RebalanceAfterInsert(uint32_t number) {
+  QD_NOINLINE void RebalanceAfterInsert(uint32_t number) {
     for (;;) {
       uint32_t parent = m_nodes[number].parent;
       if (parent == 0) {
@@ -423,11 +478,17 @@ class FirstFreeIndex {
     }
   }
 
-  // Takes out a node other than the leftmost.
+  // Takes out a tree node other than the first.
   void Erase(size_t index, uint32_t number) {
     Node& node = m_nodes[number];
+    uint32_t first = Number(m_first[index]);
+    if (m_nodes[first].left == number && m_nodes[first].member == kAhead) {
+      m_nodes[first].left = node.right != 0 ? Leftmost(node.right) : node.parent;
+    }
     if (m_last[index] == number) {
-      m_last[index] = node.left != 0 ? Rightmost(node.left) : node.parent;
+      // With no node before it in the tree, the first held ahead is last.
+      uint32_t before = node.left != 0 ? Rightmost(node.left) : node.parent;
+      m_last[index] = before != 0 ? before : first;
     }
     // child takes the place of the node taken out of the tree, under parent.
     uint32_t child;
@@ -542,7 +603,7 @@ class FirstFreeIndex {
       return -1;
     }
     const Node& node = m_nodes[number];
-    if (node.member != 1 || node.red > 1 || node.parent != parent ||
+    if (node.member != kInTree || node.red > 1 || node.parent != parent ||
         (low != 0 && node.key <= m_nodes[low].key) ||
         (high != 0 && node.key >= m_nodes[high].key) || (node.red != 0 && IsRed(parent))) {
       return -1;

@@ -9,7 +9,6 @@
 
 #include <map>
 #include <random>
-#include <set>
 #include <vector>
 
 #include "heap/first_free_index.h"
@@ -24,24 +23,15 @@ class FirstFreeIndexInspector {
  public:
   explicit FirstFreeIndexInspector(FirstFreeIndex& index) : m_index(index) {}
 
-  // Nodes on the longest path from the class's root down, 0 when empty.
-  int Height(size_t index) const {
-    if (m_index.m_first[index] == nullptr) {
-      return 0;
-    }
-    uint32_t root = m_index.Number(m_index.m_first[index]);
-    while (m_index.m_nodes[root].parent != 0) {
-      root = m_index.m_nodes[root].parent;
-    }
-    return HeightBelow(root);
-  }
+  // Nodes on the longest path from the class's root down, 0 when the tree
+  // is empty.
+  int Height(size_t index) const { return HeightBelow(RootNumber(index)); }
 
-  ChunkHeader* Root(size_t index) const {
-    uint32_t root = m_index.Number(m_index.m_first[index]);
-    while (m_index.m_nodes[root].parent != 0) {
-      root = m_index.m_nodes[root].parent;
-    }
-    return m_index.ChunkOfNumber(root);
+  ChunkHeader* Root(size_t index) const { return m_index.ChunkOfNumber(RootNumber(index)); }
+  // Whether the class's first is held ahead of its tree.
+  bool FirstHeldAhead(size_t index) const {
+    return m_index.m_first[index] != nullptr &&
+           NodeOf(m_index.m_first[index]).member == FirstFreeIndex::kAhead;
   }
   ChunkHeader* Left(const ChunkHeader* chunk) const {
     return m_index.ChunkOfNumber(NodeOf(chunk).left);
@@ -64,7 +54,10 @@ class FirstFreeIndexInspector {
     NodeOf(chunk).parent = NumberOf(parent);
   }
   void SetRed(const ChunkHeader* chunk, bool red) { NodeOf(chunk).red = red ? 1 : 0; }
-  void SetMember(const ChunkHeader* chunk, bool member) { NodeOf(chunk).member = member ? 1 : 0; }
+  void SetMember(const ChunkHeader* chunk, bool member) {
+    NodeOf(chunk).member = member ? FirstFreeIndex::kInTree : FirstFreeIndex::kOutside;
+  }
+  void SetHeldAhead(const ChunkHeader* chunk) { NodeOf(chunk).member = FirstFreeIndex::kAhead; }
   void SetKey(const ChunkHeader* chunk, uint64_t key) { NodeOf(chunk).key = key; }
   void SetFirst(size_t index, ChunkHeader* chunk) { m_index.m_first[index] = chunk; }
   void SetLast(size_t index, ChunkHeader* chunk) { m_index.m_last[index] = NumberOf(chunk); }
@@ -75,6 +68,20 @@ class FirstFreeIndexInspector {
   }
   uint32_t NumberOf(const ChunkHeader* chunk) const {
     return chunk != nullptr ? m_index.Number(chunk) : 0;
+  }
+  // The tree's root, found from its leftmost node.
+  uint32_t RootNumber(size_t index) const {
+    if (m_index.m_first[index] == nullptr) {
+      return 0;
+    }
+    uint32_t root = m_index.Number(m_index.m_first[index]);
+    if (m_index.m_nodes[root].member == FirstFreeIndex::kAhead) {
+      root = m_index.m_nodes[root].left;
+    }
+    while (root != 0 && m_index.m_nodes[root].parent != 0) {
+      root = m_index.m_nodes[root].parent;
+    }
+    return root;
   }
   int HeightBelow(uint32_t number) const {
     if (number == 0) {
@@ -107,10 +114,10 @@ ChunkHeader* Chunk(uint32_t number) {
   return reinterpret_cast<ChunkHeader*>(kBase + uintptr_t(number) * kChunkBytes);
 }
 
-// The deepest a red-black tree of n nodes can be: each path has the same
-// number b of black nodes, at least 2^b - 1 nodes lie above the black
-// leaves' level, and no red node has a red child, so a path has at most 2b
-// nodes with b <= log2(n + 1).
+// The deepest a red-black tree of n nodes can be. Every path down from the
+// root has the same number b of black nodes, so the tree holds a complete
+// tree of b levels: n >= 2^b - 1, b <= log2(n + 1). No red node has a red
+// child, so a path has at most b red nodes besides: 2b nodes in all.
 int HeightBound(size_t nodes) {
   int blackHeight = 0;
   while ((uint64_t(1) << (blackHeight + 1)) <= uint64_t(nodes) + 1) {
@@ -132,7 +139,6 @@ class ModelledIndex {
   ChunkHeader* ChunkAt(uint32_t number) const {
     return reinterpret_cast<ChunkHeader*>(kBase + uintptr_t(number) * m_chunkBytes);
   }
-  uint32_t Chunks() const { return static_cast<uint32_t>(m_classOf.size()); }
   int ClassOf(uint32_t chunk) const { return m_classOf[chunk]; }
   bool IsMember(uint32_t chunk) const {
     return m_classOf[chunk] >= 0 && m_members[m_classOf[chunk]].count(m_keys[chunk]) != 0;
@@ -365,17 +371,19 @@ TEST(FirstFreeIndexTest, TreesStayWithinTheRedBlackHeightBound) {
   }
 }
 
-// A tree of 100 chunks with keys 1 to 100, built front to back, so that it
-// has black and red nodes at several depths.
-class BrokenTreeTest : public ::testing::Test {
+// Chunks 0 to 100 of one class get a free block front to back: chunk 0 is
+// the first, held ahead of a tree of the other 100, which has black and red
+// nodes at several depths.
+class FirstFreeIndexBrokenTest : public ::testing::Test {
  protected:
   void SetUp() override {
     ASSERT_TRUE(index.Start(kBase, kChunkBytes, kChunkShift, 128, 2));
-    for (uint32_t chunk = 0; chunk < 100; ++chunk) {
+    for (uint32_t chunk = 0; chunk <= 100; ++chunk) {
       index.Join(Chunk(chunk));
       index.Insert(0, Chunk(chunk));
     }
-    ASSERT_EQ(index.CountMembers(0), 100);
+    ASSERT_EQ(index.CountMembers(0), 101);
+    ASSERT_TRUE(inspector.FirstHeldAhead(0));
     root = inspector.Root(0);
     ASSERT_NE(inspector.Left(root), nullptr);
     ASSERT_NE(inspector.Right(root), nullptr);
@@ -396,13 +404,13 @@ class BrokenTreeTest : public ::testing::Test {
   ChunkHeader* root = nullptr;
 };
 
-TEST_F(BrokenTreeTest, AWrongParentLinkIsFound) {
+TEST_F(FirstFreeIndexBrokenTest, AWrongParentLinkIsFound) {
   ChunkHeader* chunk = InnerBlackNode();
   inspector.SetParent(inspector.Left(chunk), root);
   EXPECT_EQ(index.CountMembers(0), -1);
 }
 
-TEST_F(BrokenTreeTest, AChildLinkToANodeOutOfOrderIsFound) {
+TEST_F(FirstFreeIndexBrokenTest, AChildLinkToANodeOutOfOrderIsFound) {
   ChunkHeader* chunk = InnerBlackNode();
   ChunkHeader* left = inspector.Left(chunk);
   ChunkHeader* right = inspector.Right(chunk);
@@ -411,7 +419,7 @@ TEST_F(BrokenTreeTest, AChildLinkToANodeOutOfOrderIsFound) {
   EXPECT_EQ(index.CountMembers(0), -1);
 }
 
-TEST_F(BrokenTreeTest, ALinkBackUpTheTreeIsFound) {
+TEST_F(FirstFreeIndexBrokenTest, ALinkBackUpTheTreeIsFound) {
   ChunkHeader* chunk = InnerBlackNode();
   ChunkHeader* leaf = chunk;
   while (inspector.Right(leaf) != nullptr) {
@@ -421,7 +429,7 @@ TEST_F(BrokenTreeTest, ALinkBackUpTheTreeIsFound) {
   EXPECT_EQ(index.CountMembers(0), -1);
 }
 
-TEST_F(BrokenTreeTest, ALinkOutOfTheChunksIsFound) {
+TEST_F(FirstFreeIndexBrokenTest, ALinkOutOfTheChunksIsFound) {
   ChunkHeader* chunk = InnerBlackNode();
   ChunkHeader* leaf = chunk;
   while (inspector.Right(leaf) != nullptr) {
@@ -431,7 +439,7 @@ TEST_F(BrokenTreeTest, ALinkOutOfTheChunksIsFound) {
   EXPECT_EQ(index.CountMembers(0), -1);
 }
 
-TEST_F(BrokenTreeTest, AnUnbalancedTreeIsFound) {
+TEST_F(FirstFreeIndexBrokenTest, AnUnbalancedTreeIsFound) {
   // A red node turned black: its paths have a black node more.
   ChunkHeader* chunk = root;
   while (!inspector.IsRed(chunk)) {
@@ -442,12 +450,12 @@ TEST_F(BrokenTreeTest, AnUnbalancedTreeIsFound) {
   EXPECT_EQ(index.CountMembers(0), -1);
 }
 
-TEST_F(BrokenTreeTest, ARedNodeUnderARedNodeIsFound) {
+TEST_F(FirstFreeIndexBrokenTest, ARedNodeUnderARedNodeIsFound) {
   // A black node with two red children under a red parent turns red and
   // its children black: every path keeps its black count, but two red
   // nodes follow each other.
   ChunkHeader* flipped = nullptr;
-  for (uint32_t chunk = 0; chunk < 100 && flipped == nullptr; ++chunk) {
+  for (uint32_t chunk = 1; chunk <= 100 && flipped == nullptr; ++chunk) {
     ChunkHeader* node = Chunk(chunk);
     ChunkHeader* parent = inspector.Parent(node);
     if (parent != nullptr && inspector.IsRed(parent) && !inspector.IsRed(node) &&
@@ -463,45 +471,81 @@ TEST_F(BrokenTreeTest, ARedNodeUnderARedNodeIsFound) {
   EXPECT_EQ(index.CountMembers(0), -1);
 }
 
-TEST_F(BrokenTreeTest, ARedRootIsFound) {
+TEST_F(FirstFreeIndexBrokenTest, ARedRootIsFound) {
   inspector.SetRed(root, true);
   EXPECT_EQ(index.CountMembers(0), -1);
 }
 
-TEST_F(BrokenTreeTest, AMemberFlagLostIsFound) {
+TEST_F(FirstFreeIndexBrokenTest, AMemberFlagLostIsFound) {
   inspector.SetMember(InnerBlackNode(), false);
   EXPECT_EQ(index.CountMembers(0), -1);
 }
 
-TEST_F(BrokenTreeTest, AKeyOutOfOrderIsFound) {
+TEST_F(FirstFreeIndexBrokenTest, AKeyOutOfOrderIsFound) {
   inspector.SetKey(InnerBlackNode(), 1000);
   EXPECT_EQ(index.CountMembers(0), -1);
 }
 
-TEST_F(BrokenTreeTest, AFirstThatIsNotTheLeftmostIsFound) {
+TEST_F(FirstFreeIndexBrokenTest, AFirstThatIsNotTheLeftmostIsFound) {
+  // With the first held ahead gone, the first is the tree's leftmost.
+  index.RemoveFirst(0);
+  ASSERT_FALSE(inspector.FirstHeldAhead(0));
+  ASSERT_EQ(index.CountMembers(0), 100);
   inspector.SetFirst(0, root);
   EXPECT_EQ(index.CountMembers(0), -1);
 }
 
-TEST_F(BrokenTreeTest, ALastThatIsNotTheRightmostIsFound) {
+TEST_F(FirstFreeIndexBrokenTest, ALastThatIsNotTheRightmostIsFound) {
   inspector.SetLast(0, root);
   EXPECT_EQ(index.CountMembers(0), -1);
 }
 
-TEST_F(BrokenTreeTest, AFirstWithAParentCycleIsFound) {
-  // The first's parent chain loops: its parent's parent is itself.
-  ChunkHeader* first = index.First(0);
-  inspector.SetParent(inspector.Root(0), first);
+TEST_F(FirstFreeIndexBrokenTest, AFirstWithAParentCycleIsFound) {
+  // The first's parent chain loops: the root's parent is the first.
+  index.RemoveFirst(0);
+  ASSERT_FALSE(inspector.FirstHeldAhead(0));
+  inspector.SetParent(root, index.First(0));
   EXPECT_EQ(index.CountMembers(0), -1);
+}
+
+TEST_F(FirstFreeIndexBrokenTest, AFirstHeldAheadThatDoesNotNameTheLeftmostIsFound) {
+  inspector.SetLeft(index.First(0), root);
+  EXPECT_EQ(index.CountMembers(0), -1);
+}
+
+TEST_F(FirstFreeIndexBrokenTest, AFirstHeldAheadAfterTheLeftmostIsFound) {
+  inspector.SetKey(index.First(0), 1000);
+  EXPECT_EQ(index.CountMembers(0), -1);
+}
+
+TEST_F(FirstFreeIndexBrokenTest, AFirstHeldAheadWithAParentIsFound) {
+  inspector.SetParent(index.First(0), root);
+  EXPECT_EQ(index.CountMembers(0), -1);
+}
+
+TEST_F(FirstFreeIndexBrokenTest, ATreeNodeMarkedAsHeldAheadIsFound) {
+  inspector.SetHeldAhead(InnerBlackNode());
+  EXPECT_EQ(index.CountMembers(0), -1);
+}
+
+TEST_F(FirstFreeIndexBrokenTest, ALoneFirstHeldAheadThatIsNotLastIsFound) {
+  FirstFreeIndex lone;
+  ASSERT_TRUE(lone.Start(kBase, kChunkBytes, kChunkShift, 8, 1));
+  lone.Join(Chunk(3));
+  lone.Insert(0, Chunk(3));
+  ASSERT_EQ(lone.CountMembers(0), 1);
+  EXPECT_TRUE(lone.HoldsOnly(0, Chunk(3)));
+  FirstFreeIndexInspector(lone).SetLast(0, Chunk(4));
+  EXPECT_EQ(lone.CountMembers(0), -1);
 }
 
 // The pool over the index: 300 full chunks of one class get a free block
 // front to back, back to front and from both ends, then fill again; the
 // allocations take the freed blocks front to back, and the pool's
 // invariants (the index's among them) hold after every call.
-class PoolOverTheIndexTest : public PoolTest {};
+class FirstFreeIndexPoolTest : public PoolTest {};
 
-TEST_F(PoolOverTheIndexTest, ChunksGettingAFreeBlockInAnyOrderAreTakenFrontToBack) {
+TEST_F(FirstFreeIndexPoolTest, ChunksGettingAFreeBlockInAnyOrderAreTakenFrontToBack) {
   const uint32_t kChunks = 300;
   const size_t kSize = 512;
   Build(kChunks + 2);
