@@ -7,7 +7,7 @@ set -u -o pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 
-all_configurations=(format default cxx03 asan tsan ubsan i386 armhf coverage tidy fuzz)
+all_configurations=(format default cxx03 asan tsan ubsan portable i386 armhf coverage tidy fuzz)
 if [ $# -gt 0 ]; then
   configurations=("$@")
 else
@@ -43,7 +43,7 @@ packages_for() {
     armhf) echo "g++-arm-linux-gnueabihf qemu-user googletest" ;;
     # valgrind: the memory checker tests (tests/heap/checkers) run under it.
     # python3, sqlite3, perl: the real programs of the DropIn tests.
-    default) echo "valgrind python3 sqlite3 perl" ;;
+    default | portable) echo "valgrind python3 sqlite3 perl" ;;
     coverage) echo "gcovr valgrind python3 sqlite3 perl" ;;
     tidy) echo "clang-tidy" ;;
     format) echo "clang-format git" ;;

@@ -8,7 +8,8 @@
 // poisoning, when the library or the program that loads it has the
 // runtime: the poisoning functions are weak references resolved when the
 // library is loaded). Which one watches is found once, by Start; without
-// either every hook is a test of one flag. QNX has neither.
+// either every hook is a test of one flag. QNX has neither, nor has the
+// portable build, which makes QNX's choices.
 //
 // The pool reports four events: a block handed out (with the size asked
 // for: the rest of its class size stays out of reach), a block released,
@@ -20,13 +21,15 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#if !defined(__QNX__) && defined(QUENDAL_HAVE_VALGRIND_HEADERS)
+#include "platform/target_choices.h"
+
+#if !defined(QUENDAL_QNX_CHOICES) && defined(QUENDAL_HAVE_VALGRIND_HEADERS)
 #include <valgrind/memcheck.h>
 #include <valgrind/valgrind.h>
 #define QUENDAL_MEMORY_CHECKER_VALGRIND 1
 #endif
 
-#if !defined(__QNX__)
+#if !defined(QUENDAL_QNX_CHOICES)
 #define QUENDAL_MEMORY_CHECKER_ASAN 1
 // The AddressSanitizer runtime's interface, declared weak: null unless the
 // process has the runtime.
@@ -147,6 +150,7 @@ class MemoryChecker {
       AsanUnpoison(block, requested);
     }
 #endif
+    (void)requested;
   }
 
 #if defined(QUENDAL_MEMORY_CHECKER_ASAN)

@@ -8,7 +8,9 @@
 // Any C library header defines the library's own identification macros.
 #include <unistd.h>
 
-#if defined(__GLIBC__) && !defined(__QNX__) && \
+#include "platform/target_choices.h"
+
+#if defined(__GLIBC__) && !defined(QUENDAL_QNX_CHOICES) && \
     (__GLIBC__ > 2 || (__GLIBC__ == 2 && __GLIBC_MINOR__ >= 32))
 #include <sys/single_threaded.h>
 #define QUENDAL_HAS_LIBC_SINGLE_THREADED 1
@@ -20,7 +22,8 @@ namespace Platform {
 // True while no second thread can exist in the process. glibc clears its
 // flag before the first pthread_create returns and never sets it again, so
 // a false answer stays false. Platforms without such a flag (QNX among
-// them) always answer false, and their heap always locks.
+// them, and the portable build that runs QNX's choices) always answer
+// false, and their heap always locks.
 inline bool IsSingleThreaded() {
 #if defined(QUENDAL_HAS_LIBC_SINGLE_THREADED)
   return __libc_single_threaded != 0;
