@@ -7,7 +7,7 @@ set -u -o pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 
-all_configurations=(format default cxx03 asan tsan ubsan portable i386 armhf coverage tidy fuzz)
+all_configurations=(format default cxx03 asan tsan ubsan portable i386 armhf portable-armhf coverage tidy fuzz)
 if [ $# -gt 0 ]; then
   configurations=("$@")
 else
@@ -40,7 +40,7 @@ need_packages() {
 packages_for() {
   case $1 in
     i386) echo "g++-i686-linux-gnu qemu-user googletest" ;;
-    armhf) echo "g++-arm-linux-gnueabihf qemu-user googletest" ;;
+    armhf | portable-armhf) echo "g++-arm-linux-gnueabihf qemu-user googletest" ;;
     # valgrind: the memory checker tests (tests/heap/checkers) run under it.
     # python3, sqlite3, perl: the real programs of the DropIn tests.
     default | portable) echo "valgrind python3 sqlite3 perl" ;;
