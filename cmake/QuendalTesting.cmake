@@ -17,20 +17,49 @@ if(NOT TARGET GTest::gtest)
 endif()
 include(GoogleTest)
 
+# GoogleTest's header is parsed once per build instead of once per test
+# source: every gtest binary reuses the precompiled header of a donor built
+# with the same definitions, the internal archives' large-file ones or none.
+# GCC refuses a header built with other settings (-Winvalid-pch, an error
+# with -Werror), so a binary in the wrong group fails to build.
+file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/quendal_gtest_pch.cpp CONTENT "")
+foreach(donor quendal_gtest_pch quendal_gtest_pch_internal)
+  add_library(${donor} OBJECT ${PROJECT_BINARY_DIR}/quendal_gtest_pch.cpp)
+  target_link_libraries(${donor} PRIVATE GTest::gtest)
+  target_precompile_headers(${donor} PRIVATE <gtest/gtest.h>)
+  set_target_properties(${donor} PROPERTIES CXX_STANDARD 17 CXX_STANDARD_REQUIRED ON)
+  quendal_set_warnings(${donor})
+endforeach()
+target_link_libraries(quendal_gtest_pch_internal PRIVATE quendal_internal_interface)
+
 # One gtest binary per area; every TEST becomes its own CTest test, so each
 # runs in a process of its own (the library has process-global lazy state).
+# The sources of a binary compile as one unit: GoogleTest's templates and the
+# library's inline code are then compiled once per binary, not once per file.
+# COST: roughly the seconds the binary's longest test takes under qemu; CTest
+# starts the costliest tests first, so that none is left running alone at the
+# end of a parallel run.
 function(quendal_add_gtest name)
-  cmake_parse_arguments(arg "NO_MAIN" "TEST_PREFIX" "SOURCES;LIBRARIES;DEFINITIONS;ENVIRONMENT" ${ARGN})
+  cmake_parse_arguments(arg "NO_MAIN" "TEST_PREFIX;COST" "SOURCES;LIBRARIES;DEFINITIONS;ENVIRONMENT"
+    ${ARGN})
+  if(NOT arg_COST)
+    set(arg_COST 0)
+  endif()
   add_executable(${name} ${arg_SOURCES})
   if(arg_NO_MAIN)
-    target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gtest GTest::gmock)
+    target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gtest)
   else()
-    target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gtest_main GTest::gmock)
+    target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gtest_main)
   endif()
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
   target_compile_definitions(${name} PRIVATE ${arg_DEFINITIONS})
-  set_target_properties(${name} PROPERTIES CXX_STANDARD 17 CXX_STANDARD_REQUIRED ON)
+  set_target_properties(${name} PROPERTIES CXX_STANDARD 17 CXX_STANDARD_REQUIRED ON UNITY_BUILD ON)
   quendal_set_warnings(${name})
+  if(arg_LIBRARIES MATCHES "quendal_internal|quendal_scripted_platform")
+    target_precompile_headers(${name} REUSE_FROM quendal_gtest_pch_internal)
+  else()
+    target_precompile_headers(${name} REUSE_FROM quendal_gtest_pch)
+  endif()
   # Programs the tests start themselves run under the same emulator.
   if(CMAKE_CROSSCOMPILING_EMULATOR)
     list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
@@ -38,7 +67,7 @@ function(quendal_add_gtest name)
   endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
     TEST_PREFIX "${arg_TEST_PREFIX}"
-    PROPERTIES TIMEOUT 300 ENVIRONMENT "${arg_ENVIRONMENT}")
+    PROPERTIES TIMEOUT 300 COST ${arg_COST} ENVIRONMENT "${arg_ENVIRONMENT}")
 endfunction()
 
 # A program over the shared library and the gtest binary that runs it, also

@@ -53,15 +53,17 @@ if ! cmake --build "$build" --target "${targets[@]}" -j "$jobs" >"$build/build.l
   exit 1
 fi
 
-status=0
-for name in "${fuzzers[@]}"; do
-  binary="$build/tests/fuzz/quendal_fuzz_$name"
-  seeds="$root/tests/fuzz/corpus/$name"
-  corpus="$build/corpus/$name"
-  artifacts="$build/artifacts/$name/"
-  log="$build/$name.log"
+# Regression run, then fuzzing, of one fuzzer; prints its lines and fails
+# when an input crashes or trips a check.
+fuzz_one() {
+  local name=$1
+  local binary="$build/tests/fuzz/quendal_fuzz_$name"
+  local seeds="$root/tests/fuzz/corpus/$name"
+  local corpus="$build/corpus/$name"
+  local artifacts="$build/artifacts/$name/"
+  local log="$build/$name.log"
   mkdir -p "$corpus" "$artifacts"
-  options=(-artifact_prefix="$artifacts" -timeout=30 -rss_limit_mb=4096)
+  local options=(-artifact_prefix="$artifacts" -timeout=30 -rss_limit_mb=4096)
   if [ -f "$root/tests/fuzz/$name.dict" ]; then
     options+=(-dict="$root/tests/fuzz/$name.dict")
   fi
@@ -74,13 +76,13 @@ for name in "${fuzzers[@]}"; do
   if ! "$binary" "${options[@]}" -runs=0 "$seeds" >"$build/$name.regression.log" 2>&1; then
     grep -E "====|ERROR|SUMMARY|Test unit written" "$build/$name.regression.log" | head -20
     echo "fuzz $name: regression corpus FAILED (log: $build/$name.regression.log)"
-    status=1
-    continue
+    return 1
   fi
 
   "$binary" "${options[@]}" -max_total_time="$seconds" -print_final_stats=1 \
     "$corpus" "$seeds" >"$log" 2>&1
-  result=$?
+  local result=$?
+  local runs coverage crash
   runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)
   coverage=$(grep -oE 'cov: [0-9]+ ft: [0-9]+' "$log" | tail -1)
   if [ $result -eq 0 ]; then
@@ -89,7 +91,26 @@ for name in "${fuzzers[@]}"; do
     grep -E "====|ERROR|SUMMARY|Test unit written" "$log" | head -20
     crash=$(sed -n 's/.*Test unit written to \(.*\)$/\1/p' "$log" | tail -1)
     echo "fuzz $name: ${runs:-0} runs, ${coverage:-cov: ? ft: ?}, CRASH ${crash:-(log: $log)}"
-    status=1
+    return 1
   fi
-done
+}
+
+# Each fuzzer is single-threaded: with a core for each they run side by side,
+# each for its full time, and their lines are printed in order afterwards.
+status=0
+if [ "$jobs" -ge "${#fuzzers[@]}" ]; then
+  pids=()
+  for name in "${fuzzers[@]}"; do
+    fuzz_one "$name" >"$build/$name.summary" 2>&1 &
+    pids+=($!)
+  done
+  for k in "${!fuzzers[@]}"; do
+    wait "${pids[$k]}" || status=1
+    cat "$build/${fuzzers[$k]}.summary"
+  done
+else
+  for name in "${fuzzers[@]}"; do
+    fuzz_one "$name" || status=1
+  done
+fi
 exit $status

@@ -12,12 +12,12 @@ namespace {
 
 using Quendal::Heap::InitNeeded;
 
-const unsigned char kFill = 0xAB;
+const unsigned char kRecordsFill = 0xAB;
 
 // An array of records followed by a canary record that must stay as filled.
 template <size_t N>
 struct Records {
-  Records() { memset(this, kFill, sizeof(*this)); }
+  Records() { memset(this, kRecordsFill, sizeof(*this)); }
   QDCurrentHeapAlloc slots[N];
   QDCurrentHeapAlloc canary;
 
@@ -26,7 +26,7 @@ struct Records {
   static bool IsFilled(const void* memory, size_t size) {
     const unsigned char* bytes = static_cast<const unsigned char*>(memory);
     for (size_t i = 0; i < size; ++i) {
-      if (bytes[i] != kFill) {
+      if (bytes[i] != kRecordsFill) {
         return false;
       }
     }
@@ -69,7 +69,7 @@ TEST(HeapAllocQueryTest, RecordsHaveTheSameLayoutOnEveryTarget) {
 TEST(HeapAllocQueryTest, EmptyTableGivesAllOnesAndLeavesAll256RecordsAndSumsZero) {
   Records<256> records;
   QDSumHeapAlloc sums;
-  memset(&sums, kFill, sizeof(sums));
+  memset(&sums, kRecordsFill, sizeof(sums));
   EXPECT_EQ(4294967295ul, QDgetHeapAlloc(records.slots, &sums));
   for (size_t i = 0; i < 256; ++i) {
     EXPECT_TRUE(IsZero(records.slots[i])) << "record " << i;

@@ -28,13 +28,13 @@ using Quendal::Classification::ModuleId;
 using Quendal::Classification::ScopedId;
 using quendal_test::CapturedStream;
 
-const unsigned char kFill = 0x5A;
+const unsigned char kMappingFill = 0x5A;
 
 // Id and name arrays of N slots, each followed by a canary slot that must
 // stay as filled.
 template <size_t N>
 struct Mapping {
-  Mapping() { memset(this, kFill, sizeof(*this)); }
+  Mapping() { memset(this, kMappingFill, sizeof(*this)); }
   unsigned short ids[N];
   unsigned short idCanary;
   char names[N][64];
@@ -49,7 +49,7 @@ struct Mapping {
   static bool IsFilled(const void* memory, size_t size) {
     const unsigned char* bytes = static_cast<const unsigned char*>(memory);
     for (size_t i = 0; i < size; ++i) {
-      if (bytes[i] != kFill) {
+      if (bytes[i] != kMappingFill) {
         return false;
       }
     }
@@ -74,7 +74,7 @@ std::string Dump() {
   return stream.Text();
 }
 
-int CountLines(const std::string& text) {
+int CountDumpLines(const std::string& text) {
   int lines = 0;
   for (char c : text) {
     lines += c == '\n';
@@ -283,14 +283,14 @@ TEST(ModuleNameLogTest, DumpOf300NamesPrintsTheFirst256) {
   QDLog::SetClassIdCb log;
   LookUpNames(300);
   const std::string text = Dump();
-  EXPECT_EQ(256, CountLines(text));
+  EXPECT_EQ(256, CountDumpLines(text));
 }
 
 TEST(ModuleNameLogTest, DumpOf257NamesPrintsAll257) {
   QDLog::SetClassIdCb log;
   LookUpNames(257);
   const std::string text = Dump();
-  EXPECT_EQ(257, CountLines(text));
+  EXPECT_EQ(257, CountDumpLines(text));
   EXPECT_NE(std::string::npos, text.find(";module 257;\n"));
 }
 

@@ -8,6 +8,7 @@
 #include <stddef.h>
 #include <stdint.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <algorithm>
 #include <utility>
@@ -49,6 +50,19 @@ uint32_t ChunkCount(uint8_t choice) {
   static const uint32_t kWrappingCounts[3] = {1u << 20, (1u << 20) + 1, (1u << 22) + 3};
   choice %= 12;
   return choice < 9 ? choice : kWrappingCounts[choice - 9];
+}
+
+// The index of the first byte that differs, or size when none does.
+QUENDAL_FUZZ_NO_COVERAGE size_t FirstDifference(const uint8_t* actual, const uint8_t* expected,
+                                                size_t size) {
+  if (size == 0 || memcmp(actual, expected, size) == 0) {
+    return size;
+  }
+  size_t i = 0;
+  while (actual[i] == expected[i]) {
+    ++i;
+  }
+  return i;
 }
 
 class ByteReader {
@@ -341,24 +355,29 @@ size_t PoolRun<Pool>::UsableSize(void* pointer, size_t requested) {
 }
 
 // Records a new live block: the copied bytes must have arrived, and the
-// rest of the usable size gets a fresh pattern.
+// rest of the usable size gets a fresh pattern. Whole ranges are compared
+// and copied at once, the bytes one by one only to name the first that
+// differs: byte loops are slow under the sanitizers and emulators.
 template <class Pool>
 QUENDAL_FUZZ_NO_COVERAGE void PoolRun<Pool>::Keep(void* pointer, size_t usable,
                                                   const LiveBlock* copiedFrom, size_t copied) {
   LiveBlock block = {pointer, std::vector<uint8_t>(usable)};
   uint8_t* bytes = static_cast<uint8_t*>(pointer);
-  for (size_t i = 0; i < copied; ++i) {
-    if (bytes[i] != copiedFrom->bytes[i]) {
-      Fail(Format("byte %zu of %zu copied into %p is %02x, the old block held %02x", i, copied,
-                  pointer, bytes[i], copiedFrom->bytes[i]));
+  if (copied != 0) {
+    size_t differing = FirstDifference(bytes, copiedFrom->bytes.data(), copied);
+    if (differing < copied) {
+      Fail(Format("byte %zu of %zu copied into %p is %02x, the old block held %02x", differing,
+                  copied, pointer, bytes[differing], copiedFrom->bytes[differing]));
     }
-    block.bytes[i] = bytes[i];
+    memcpy(block.bytes.data(), bytes, copied);
   }
   uint32_t state = ++m_fill * 2654435761u;
   for (size_t i = copied; i < usable; ++i) {
     state = state * 1103515245u + 12345u;
     block.bytes[i] = static_cast<uint8_t>(state >> 24);
-    bytes[i] = block.bytes[i];
+  }
+  if (usable > copied) {
+    memcpy(bytes + copied, block.bytes.data() + copied, usable - copied);
   }
   m_live.push_back(std::move(block));
 }
@@ -366,11 +385,10 @@ QUENDAL_FUZZ_NO_COVERAGE void PoolRun<Pool>::Keep(void* pointer, size_t usable,
 template <class Pool>
 QUENDAL_FUZZ_NO_COVERAGE void PoolRun<Pool>::CheckBytes(const LiveBlock& block, const char* when) {
   const uint8_t* bytes = static_cast<const uint8_t*>(block.pointer);
-  for (size_t i = 0; i < block.bytes.size(); ++i) {
-    if (bytes[i] != block.bytes[i]) {
-      Fail(Format("byte %zu of the %zu-byte block %p changed %s: %02x, written %02x", i,
-                  block.bytes.size(), block.pointer, when, bytes[i], block.bytes[i]));
-    }
+  size_t differing = FirstDifference(bytes, block.bytes.data(), block.bytes.size());
+  if (differing < block.bytes.size()) {
+    Fail(Format("byte %zu of the %zu-byte block %p changed %s: %02x, written %02x", differing,
+                block.bytes.size(), block.pointer, when, bytes[differing], block.bytes[differing]));
   }
 }
 
