@@ -14,6 +14,7 @@
 #include <stdint.h>
 
 #include "heap/chunk_header.h"
+#include "util/compiler.h"
 
 namespace Quendal {
 namespace Heap {
@@ -48,6 +49,12 @@ class CarveRecord {
     void* firstFree = chunk->freeBlocks;
     void* expected = firstFree != 0 ? static_cast<unsigned char*>(firstFree) - m_blockSize : m_last;
     if (block != expected) {
+      m_chunk = 0;
+    }
+  }
+  // The same, for a chunk whose first free block, not null, is firstFree.
+  QD_ALWAYS_INLINE void BlockGivenBack(ChunkHeader* chunk, void* block, void* firstFree) {
+    if (chunk == m_chunk && block != static_cast<unsigned char*>(firstFree) - m_blockSize) {
       m_chunk = 0;
     }
   }

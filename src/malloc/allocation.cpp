@@ -26,6 +26,12 @@ QD_NOINLINE void InitializeKeepingErrno() {
   errno = saved;
 }
 
+// QDHeapAlloc of a heap that is not ready, for a size that is not 0.
+QD_NOINLINE void* AllocateStarting(size_t size) {
+  InitializeKeepingErrno();
+  return QDHeapAlloc(size);
+}
+
 QD_ALWAYS_INLINE void EnsureInitialized() {
   if (QD_UNLIKELY(!Heap::HeapIsReady())) {
     InitializeKeepingErrno();
@@ -47,8 +53,9 @@ void* Allocate(size_t size) {
   if (request == 0) {
     return OutOfMemory();
   }
-  EnsureInitialized();
-  void* block = QDHeapAlloc(request);
+  // QDHeapAlloc inline: the request is never 0.
+  void* block = QD_LIKELY(Heap::HeapIsReady()) ? Heap::TheHeap::ReadyInstance()->Alloc(request)
+                                               : AllocateStarting(request);
   return QD_LIKELY(block != 0) ? block : OutOfMemory();
 }
 
