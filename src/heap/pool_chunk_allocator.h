@@ -228,6 +228,7 @@ class ConfigPoolChunkAllocator {
   void Release(void* pointer);
   QD_NOINLINE void ReleaseAtEdge(void* pointer, ChunkHeader* chunk, uint16_t usedBlocks,
                                  void* firstFree);
+  QD_NOINLINE void ReleaseIntoFullChunk(void* pointer, ChunkHeader* chunk, uint16_t usedBlocks);
   QD_NOINLINE void PushReleasedBlock(void* pointer, void* firstFree, uint32_t blockSize);
   // True when the emptied chunk, with no other return deferred, may be
   // parked (deferred_chunk_return.h).
@@ -440,10 +441,11 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReleaseInWi
   m_counters.BlockGivenBack(ClassIndex(blockSize));
 }
 
-// A release inside the window that ReleaseInWindow does not take: Release
-// without the tests the window stands for. The lone block's release, the
-// chunk's last block handed out, empties the chunk, which is parked when it
-// may be.
+// A release inside the window that ReleaseInWindow does not take. The lone
+// block's release, the last block handed out of a chunk that has others
+// free, empties the chunk, which is parked when it may be. A chunk at 0
+// blocks used goes the whole way. Only tail calls leave this path, so it
+// saves no registers.
 template <class SegmentHeap, class OverflowHeap, class Shortcuts>
 void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReleaseAtEdge(
     void* pointer, ChunkHeader* chunk, uint16_t usedBlocks, void* firstFree) {
@@ -451,20 +453,49 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReleaseAtEd
     Release(pointer);
     return;
   }
+  if (firstFree == 0) {
+    ReleaseIntoFullChunk(pointer, chunk, usedBlocks);
+    return;
+  }
   uint32_t blockSize = chunk->blockSize;
   if (Shortcuts::kCarveRecord) {
-    m_carved.BlockGivenBack(chunk, pointer);
+    m_carved.BlockGivenBack(chunk, pointer, firstFree);
   }
   SetNextFreeBlock(pointer, firstFree);
+  chunk->freeBlocks = pointer;
+  chunk->usedBlocks = 0;
+  size_t index = ClassIndex(blockSize);
+  m_counters.BlockGivenBack(index);
+  if (blockSize == 0) {
+    return;
+  }
+  if (CanPark(index, chunk, blockSize)) {
+    m_free.Defer(chunk, index, true);
+    return;
+  }
+  ReturnChunk(chunk, index);
+}
+
+// A release inside the window into a full chunk with blocks used: the chunk
+// gets a free block and, when that was its only block handed out, empties.
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReleaseIntoFullChunk(
+    void* pointer, ChunkHeader* chunk, uint16_t usedBlocks) {
+  uint32_t blockSize = chunk->blockSize;
+  if (Shortcuts::kCarveRecord) {
+    m_carved.BlockGivenBack(chunk, pointer, 0);
+  }
+  SetNextFreeBlock(pointer, 0);
   chunk->freeBlocks = pointer;
   --usedBlocks;
   chunk->usedBlocks = usedBlocks;
   size_t index = ClassIndex(blockSize);
   m_counters.BlockGivenBack(index);
-  if (firstFree == 0 && blockSize != 0) {
-    ChunkGotAFreeBlock(index, chunk);
+  if (blockSize == 0) {
+    return;
   }
-  if (usedBlocks != 0 || blockSize == 0) {
+  ChunkGotAFreeBlock(index, chunk);
+  if (usedBlocks != 0) {
     return;
   }
   if (CanPark(index, chunk, blockSize)) {

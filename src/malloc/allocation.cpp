@@ -45,7 +45,7 @@ void* OutOfMemory() {
 
 }  // namespace
 
-void* Allocate(size_t size) {
+void* Allocate(size_t size) QD_NOTHROW {
   if (InOwnWork()) {
     return Platform::CLibraryMalloc(size);
   }
@@ -59,7 +59,7 @@ void* Allocate(size_t size) {
   return QD_LIKELY(block != 0) ? block : OutOfMemory();
 }
 
-void* AllocateCleared(size_t count, size_t size) {
+void* AllocateCleared(size_t count, size_t size) QD_NOTHROW {
   if (size != 0 && count > SIZE_MAX / size) {
     return OutOfMemory();
   }
@@ -75,7 +75,7 @@ void* AllocateCleared(size_t count, size_t size) {
   return block != 0 ? block : OutOfMemory();
 }
 
-void Release(void* pointer) {
+void Release(void* pointer) QD_NOTHROW {
   if (pointer == 0) {
     return;
   }
@@ -90,7 +90,7 @@ void Release(void* pointer) {
   errno = saved;
 }
 
-void* Reallocate(void* pointer, size_t size) {
+void* Reallocate(void* pointer, size_t size) QD_NOTHROW {
   if (pointer == 0) {
     return Allocate(size);
   }
@@ -112,7 +112,7 @@ void* Reallocate(void* pointer, size_t size) {
   return block != 0 ? block : OutOfMemory();
 }
 
-void* AllocateAligned(size_t alignment, size_t size) {
+void* AllocateAligned(size_t alignment, size_t size) QD_NOTHROW {
   if (alignment <= kMallocAlignment) {
     // A block of at least alignment bytes is aligned to it.
     return Allocate(size < alignment ? alignment : size);
