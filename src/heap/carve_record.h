@@ -14,6 +14,7 @@
 #include <stdint.h>
 
 #include "heap/chunk_header.h"
+#include "util/compiler.h"
 
 namespace Quendal {
 namespace Heap {
@@ -42,10 +43,15 @@ class CarveRecord {
 
   // block is about to be pushed in front of chunk's free list.
   void BlockGivenBack(ChunkHeader* chunk, void* block) {
+    if (chunk == m_chunk) {
+      BlockGivenBack(chunk, block, chunk->freeBlocks);
+    }
+  }
+  // The same, for a chunk whose first free block is firstFree.
+  QD_ALWAYS_INLINE void BlockGivenBack(ChunkHeader* chunk, void* block, void* firstFree) {
     if (chunk != m_chunk) {
       return;
     }
-    void* firstFree = chunk->freeBlocks;
     void* expected = firstFree != 0 ? static_cast<unsigned char*>(firstFree) - m_blockSize : m_last;
     if (block != expected) {
       m_chunk = 0;

@@ -131,9 +131,10 @@ class ClassLists {
   }
 
   // True when chunk is the class's tail and its only chunk with a free
-  // block; known only with the index.
+  // block; known only with the index. The tail joined the list last, so
+  // when it is also the first chunk with a free block no other has one.
   QD_ALWAYS_INLINE bool HoldsOnlyAtTail(size_t index, const ChunkHeader* chunk) const {
-    return Indexed() && m_index.HoldsOnly(index, chunk) && m_index.Tail(index) == chunk;
+    return Indexed() && m_index.First(index) == chunk && m_index.Tail(index) == chunk;
   }
 
  private:

@@ -29,7 +29,7 @@ class LockedAllocator {
   uint8_t IsConfigured() const { return m_pool.IsConfigured(); }
   void Initialize() { m_pool.Initialize(); }
 
-  void* Alloc(size_t size) {
+  QD_ALWAYS_INLINE void* Alloc(size_t size) {
     bool locked = Lock();
     void* block = m_pool.Alloc(size);
     Unlock(locked);
@@ -43,7 +43,7 @@ class LockedAllocator {
     return block;
   }
 
-  void Free(void* pointer) {
+  QD_ALWAYS_INLINE void Free(void* pointer) {
     bool locked = Lock();
     m_pool.Free(pointer);
     Unlock(locked);

@@ -30,8 +30,8 @@
 //
 // A memory checker watching the process (platform/memory_checker.h) sees
 // every block of a pool over a heap that shows its blocks to checkers as an
-// allocation of its own. While one watches, allocations skip the inline
-// fast path, so without one the release path alone pays one test of a flag.
+// allocation of its own. While one watches, allocations and releases skip
+// their inline paths, which then pay nothing for it.
 #ifndef QUENDAL_HEAP_POOL_CHUNK_ALLOCATOR_H
 #define QUENDAL_HEAP_POOL_CHUNK_ALLOCATOR_H
 
@@ -46,6 +46,7 @@
 #include "heap/pool_counters.h"
 #include "heap/pool_geometry.h"
 #include "heap/pool_shortcuts.h"
+#include "heap/release_window.h"
 #include "heap/size_class.h"
 #include "platform/memory_checker.h"
 #include "util/compiler.h"
@@ -82,10 +83,11 @@ class ConfigPoolChunkAllocator {
   // Returns a block of at least size (> 0) bytes: pool first, OverflowHeap
   // for everything the pool cannot serve; null only when OverflowHeap fails.
   // The fast path: with the first-free index, the class's first chunk with a
-  // free block is at hand, and its first free block is popped inline.
+  // free block is at hand, and its first free block is popped inline. Size 0
+  // fails the limit's test.
   QD_ALWAYS_INLINE void* Alloc(size_t size) {
     if (Shortcuts::kFirstFreeIndex && QD_LIKELY(size - 1 < m_fastLimit)) {
-      size_t index = ClassIndex(ClassSize(size));
+      size_t index = ClassIndexOfRequest(size);
       ChunkHeader* chunk = m_classes.IndexedFirst(index);
       if (QD_LIKELY(chunk != 0)) {
         m_counters.CountedClassBlockTaken(index);
@@ -97,16 +99,18 @@ class ConfigPoolChunkAllocator {
 
   // Takes back a non-null pointer: a block of the segment returns to its
   // chunk, any other pointer goes to OverflowHeap. While the class table is
-  // absent (no segment yet) the release is dropped.
+  // absent (no segment yet) the release is dropped. With the release
+  // window, a pointer inside it needs no other test to reach its chunk.
   QD_ALWAYS_INLINE void Free(void* pointer) {
-    if (QD_UNLIKELY(m_classes.Table() == 0)) {
+    if (Shortcuts::kReleaseWindow) {
+      if (QD_LIKELY(m_window.Contains(pointer))) {
+        ReleaseInWindow(pointer);
+        return;
+      }
+      FreeOutOfLine(pointer);
       return;
     }
-    if (QD_UNLIKELY(!Owns(pointer))) {
-      OverflowHeap::Free(pointer);
-      return;
-    }
-    Release(pointer);
+    FreeAnywhere(pointer);
   }
 
   // Moves a pooled block (never in place) or passes a foreign pointer to
@@ -157,6 +161,7 @@ class ConfigPoolChunkAllocator {
   void Materialize() {
     m_free.Settle(m_classes);
     m_free.BuildAll(m_checker);
+    UpdateReleaseWindow();
   }
 
  private:
@@ -208,7 +213,22 @@ class ConfigPoolChunkAllocator {
   QD_NOINLINE void ChunkGotAFreeBlock(size_t index, ChunkHeader* chunk) {
     m_classes.GotAFreeBlock(index, chunk);
   }
-  QD_ALWAYS_INLINE void Release(void* pointer);
+  void FreeAnywhere(void* pointer) {
+    if (QD_UNLIKELY(m_classes.Table() == 0)) {
+      return;
+    }
+    if (QD_UNLIKELY(!Owns(pointer))) {
+      OverflowHeap::Free(pointer);
+      return;
+    }
+    Release(pointer);
+  }
+  QD_NOINLINE void FreeOutOfLine(void* pointer) { FreeAnywhere(pointer); }
+  QD_ALWAYS_INLINE void ReleaseInWindow(void* pointer);
+  void Release(void* pointer);
+  QD_NOINLINE void ReleaseAtEdge(void* pointer, ChunkHeader* chunk, uint16_t usedBlocks,
+                                 void* firstFree);
+  QD_NOINLINE void ReleaseIntoFullChunk(void* pointer, ChunkHeader* chunk, uint16_t usedBlocks);
   QD_NOINLINE void PushReleasedBlock(void* pointer, void* firstFree, uint32_t blockSize);
   // True when the emptied chunk, with no other return deferred, may be
   // parked (deferred_chunk_return.h).
@@ -229,9 +249,25 @@ class ConfigPoolChunkAllocator {
     size_t countedLimit = PoolCounters::kCountedClasses * kClassGranule;
     limit = limit < countedLimit ? limit : countedLimit;
     m_fastLimit = m_classes.Indexed() && !m_checker.Active() ? limit : 0;
+    UpdateReleaseWindow();
+  }
+
+  // Opens the release window over the chunks built so far, or closes it
+  // (release_window.h).
+  void UpdateReleaseWindow() {
+    if (!Shortcuts::kReleaseWindow) {
+      return;
+    }
+    if (m_classes.Table() != 0 && m_geometry.segment != 0 && m_geometry.chunkMask != 0 &&
+        !m_checker.Active()) {
+      m_window.Open(m_geometry.alignedSegment, m_free.Building().Next(), m_geometry.chunkMask);
+    } else {
+      m_window.Close();
+    }
   }
 
   PoolGeometry m_geometry;
+  ReleaseWindow m_window;
   // The routing limit, at most the classes the statistics count, while the
   // first-free index is active; else 0.
   size_t m_fastLimit;
@@ -328,6 +364,8 @@ ChunkHeader* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Ass
   if (chunk == 0) {
     return 0;
   }
+  // Taking may have built the chunk.
+  UpdateReleaseWindow();
   chunk->blockSize = blockSize;
   CarveUnlessCarved(chunk, blockSize);
   m_counters.FreeChunksFell(m_free.Count());
@@ -379,8 +417,96 @@ void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::AllocFromC
   return block;
 }
 
-// The release fast path: push the block; a chunk that was full joins the
-// first-free index, a chunk that is now empty leaves its class.
+// The common release, inside the release window: a block back into a chunk
+// that has other blocks free and others handed out. A release that fills or
+// empties the chunk's free list, or finds it at 0 blocks used, goes the
+// whole way.
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReleaseInWindow(
+    void* pointer) {
+  ChunkHeader* chunk = m_window.ChunkOf(pointer);
+  uint16_t usedBlocks = chunk->usedBlocks;
+  void* firstFree = chunk->freeBlocks;
+  if (QD_UNLIKELY(usedBlocks <= 1) || QD_UNLIKELY(firstFree == 0)) {
+    ReleaseAtEdge(pointer, chunk, usedBlocks, firstFree);
+    return;
+  }
+  uint32_t blockSize = chunk->blockSize;
+  if (Shortcuts::kCarveRecord) {
+    m_carved.BlockGivenBack(chunk, pointer, firstFree);
+  }
+  SetNextFreeBlock(pointer, firstFree);
+  chunk->freeBlocks = pointer;
+  chunk->usedBlocks = static_cast<uint16_t>(usedBlocks - 1);
+  m_counters.BlockGivenBack(ClassIndex(blockSize));
+}
+
+// A release inside the window that ReleaseInWindow does not take. The lone
+// block's release, the last block handed out of a chunk that has others
+// free, empties the chunk, which is parked when it may be. A chunk at 0
+// blocks used goes the whole way. Only tail calls leave this path, so it
+// saves no registers.
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReleaseAtEdge(
+    void* pointer, ChunkHeader* chunk, uint16_t usedBlocks, void* firstFree) {
+  if (usedBlocks == 0) {
+    Release(pointer);
+    return;
+  }
+  if (firstFree == 0) {
+    ReleaseIntoFullChunk(pointer, chunk, usedBlocks);
+    return;
+  }
+  uint32_t blockSize = chunk->blockSize;
+  if (Shortcuts::kCarveRecord) {
+    m_carved.BlockGivenBack(chunk, pointer, firstFree);
+  }
+  SetNextFreeBlock(pointer, firstFree);
+  chunk->freeBlocks = pointer;
+  chunk->usedBlocks = 0;
+  size_t index = ClassIndex(blockSize);
+  m_counters.BlockGivenBack(index);
+  if (blockSize == 0) {
+    return;
+  }
+  if (CanPark(index, chunk, blockSize)) {
+    m_free.Defer(chunk, index, true);
+    return;
+  }
+  ReturnChunk(chunk, index);
+}
+
+// A release inside the window into a full chunk with blocks used: the chunk
+// gets a free block and, when that was its only block handed out, empties.
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReleaseIntoFullChunk(
+    void* pointer, ChunkHeader* chunk, uint16_t usedBlocks) {
+  uint32_t blockSize = chunk->blockSize;
+  if (Shortcuts::kCarveRecord) {
+    m_carved.BlockGivenBack(chunk, pointer, 0);
+  }
+  SetNextFreeBlock(pointer, 0);
+  chunk->freeBlocks = pointer;
+  --usedBlocks;
+  chunk->usedBlocks = usedBlocks;
+  size_t index = ClassIndex(blockSize);
+  m_counters.BlockGivenBack(index);
+  if (blockSize == 0) {
+    return;
+  }
+  ChunkGotAFreeBlock(index, chunk);
+  if (usedBlocks != 0) {
+    return;
+  }
+  if (CanPark(index, chunk, blockSize)) {
+    m_free.Defer(chunk, index, true);
+    return;
+  }
+  ReturnChunk(chunk, index);
+}
+
+// Any release into the segment: push the block; a chunk that was full joins
+// the first-free index, a chunk that is now empty leaves its class.
 template <class SegmentHeap, class OverflowHeap, class Shortcuts>
 void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Release(void* pointer) {
   ChunkHeader* chunk = ChunkOf(pointer);

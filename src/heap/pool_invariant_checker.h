@@ -3,7 +3,7 @@
 // match the free lists, free blocks lie on block boundaries inside their
 // chunk, the free chunk count adds up, each shortcut's own invariant holds
 // (lazy_chunk_building.h, deferred_chunk_return.h, first_free_index.h,
-// carve_record.h), and so do the statistics' class counts (pool_counters.h).
+// carve_record.h, release_window.h), and so do the statistics' class counts (pool_counters.h).
 // It reads the whole pool: tests and fuzzers call it after each step, the
 // library never does.
 #ifndef QUENDAL_HEAP_POOL_INVARIANT_CHECKER_H
@@ -29,6 +29,12 @@ const char* CheckPoolInvariants(const Pool& pool) {
   const DeferredChunkReturn& deferral = freeChunks.Deferral();
   const CarveRecord& carveRecord = view.Carved();
   bool indexed = classLists.Indexed();
+  const ReleaseWindow& window = view.Window();
+  bool windowOpens = Pool::ShortcutSet::kReleaseWindow && geometry.segment != 0 &&
+                     classLists.Table() != 0 && geometry.chunkMask != 0 && !view.CheckerWatches();
+  if (!windowOpens && window.Span() != 0) {
+    return "the release window is open over a pool it cannot serve";
+  }
   if (geometry.segment == 0) {
     return freeChunks.Head() == 0 ? 0 : "chunks without a segment";
   }
@@ -42,6 +48,11 @@ const char* CheckPoolInvariants(const Pool& pool) {
     }
   }
   uintptr_t builtEnd = geometry.alignedSegment + static_cast<uintptr_t>(built) * geometry.chunkSize;
+  if (windowOpens && (window.Base() != geometry.alignedSegment ||
+                      window.Span() != builtEnd - geometry.alignedSegment ||
+                      window.Mask() != geometry.chunkMask)) {
+    return "the release window does not span the built chunks";
+  }
   ChunkHeader* deferred = freeChunks.Deferred();
   bool deferredSeen = false;
   uint32_t listed = 0;

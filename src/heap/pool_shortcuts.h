@@ -9,7 +9,8 @@
 namespace Quendal {
 namespace Heap {
 
-template <bool lazyBuilding, bool deferredReturn, bool firstFreeIndex, bool carveRecord>
+template <bool lazyBuilding, bool deferredReturn, bool firstFreeIndex, bool carveRecord,
+          bool releaseWindow = false>
 struct PoolShortcutSet {
   // lazy_chunk_building.h
   static const bool kLazyBuilding = lazyBuilding;
@@ -19,10 +20,12 @@ struct PoolShortcutSet {
   static const bool kFirstFreeIndex = firstFreeIndex;
   // carve_record.h
   static const bool kCarveRecord = carveRecord;
+  // release_window.h
+  static const bool kReleaseWindow = releaseWindow;
 };
 
-typedef PoolShortcutSet<true, true, true, true> AllPoolShortcuts;
-typedef PoolShortcutSet<false, false, false, false> NoPoolShortcuts;
+typedef PoolShortcutSet<true, true, true, true, true> AllPoolShortcuts;
+typedef PoolShortcutSet<false, false, false, false, false> NoPoolShortcuts;
 
 }  // namespace Heap
 }  // namespace Quendal

@@ -10,6 +10,7 @@
 #include "heap/free_chunk_list.h"
 #include "heap/pool_counters.h"
 #include "heap/pool_geometry.h"
+#include "heap/release_window.h"
 
 namespace Quendal {
 namespace Heap {
@@ -26,6 +27,8 @@ class PoolView {
   const ClassLists<Shortcuts>& Classes() const { return m_pool.m_classes; }
   const CarveRecord& Carved() const { return m_pool.m_carved; }
   const PoolCounters& Counters() const { return m_pool.m_counters; }
+  const ReleaseWindow& Window() const { return m_pool.m_window; }
+  bool CheckerWatches() const { return m_pool.m_checker.Active(); }
 
  private:
   const Pool& m_pool;

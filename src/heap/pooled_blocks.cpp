@@ -34,15 +34,6 @@ size_t PooledBlockSize(const void* pointer) {
   return reader.m_size;
 }
 
-bool ReleaseIfPooled(void* pointer) {
-  LockedPool* heap = TheHeap::getStartedInstance();
-  if (heap == 0 || !heap->GetPool().Owns(pointer)) {
-    return false;
-  }
-  heap->Free(pointer);
-  return true;
-}
-
 void* ResizePooledBlock(void* pointer, size_t size) {
   return TheHeap::getInstance(true)->Resize(pointer, size);
 }

@@ -6,6 +6,9 @@
 
 #include <stddef.h>
 
+#include "heap/the_heap.h"
+#include "util/compiler.h"
+
 namespace Quendal {
 namespace Heap {
 
@@ -19,8 +22,15 @@ size_t PooledBlockSize(const void* pointer);
 
 // Releases pointer when it is a block of the pool's segment, without
 // initialising the heap again after my_unload; false, doing nothing, for
-// any other pointer.
-bool ReleaseIfPooled(void* pointer);
+// any other pointer. Inline: it is the drop-in's free.
+QD_ALWAYS_INLINE bool ReleaseIfPooled(void* pointer) {
+  LockedPool* heap = TheHeap::getStartedInstance();
+  if (heap == 0 || !heap->GetPool().Owns(pointer)) {
+    return false;
+  }
+  heap->Free(pointer);
+  return true;
+}
 
 // Resizes a block of the pool's segment to size (> 0) bytes for a C
 // caller: in place when its class already fits, else moved; null, with the

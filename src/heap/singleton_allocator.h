@@ -41,6 +41,10 @@ class SingletonAllocator {
     return getStartedInstanceStarting();
   }
 
+  // The allocator, for a caller that has just found the heap ready
+  // (HeapIsReady) in this call: no second look at the state.
+  QD_ALWAYS_INLINE static Allocator* ReadyInstance() { return Object(); }
+
   // The isInitialized flag: 1 once the first initialising getInstance has
   // started the pool.
   static uint8_t IsInitialized() { return HeapStateHas(kPoolNotStarted) ? 0 : 1; }

@@ -18,6 +18,11 @@ inline size_t ClassIndex(size_t classSize) {
   return classSize / kClassGranule - 1;
 }
 
+// ClassIndex(ClassSize(size)) for a size of at least 1, in one shift.
+inline size_t ClassIndexOfRequest(size_t size) {
+  return (size - 1) / kClassGranule;
+}
+
 }  // namespace Heap
 }  // namespace Quendal
 

@@ -26,6 +26,12 @@ QD_NOINLINE void InitializeKeepingErrno() {
   errno = saved;
 }
 
+// QDHeapAlloc of a heap that is not ready, for a size that is not 0.
+QD_NOINLINE void* AllocateStarting(size_t size) {
+  InitializeKeepingErrno();
+  return QDHeapAlloc(size);
+}
+
 QD_ALWAYS_INLINE void EnsureInitialized() {
   if (QD_UNLIKELY(!Heap::HeapIsReady())) {
     InitializeKeepingErrno();
@@ -39,7 +45,7 @@ void* OutOfMemory() {
 
 }  // namespace
 
-void* Allocate(size_t size) {
+void* Allocate(size_t size) QD_NOTHROW {
   if (InOwnWork()) {
     return Platform::CLibraryMalloc(size);
   }
@@ -47,12 +53,13 @@ void* Allocate(size_t size) {
   if (request == 0) {
     return OutOfMemory();
   }
-  EnsureInitialized();
-  void* block = QDHeapAlloc(request);
+  // QDHeapAlloc inline: the request is never 0.
+  void* block = QD_LIKELY(Heap::HeapIsReady()) ? Heap::TheHeap::ReadyInstance()->Alloc(request)
+                                               : AllocateStarting(request);
   return QD_LIKELY(block != 0) ? block : OutOfMemory();
 }
 
-void* AllocateCleared(size_t count, size_t size) {
+void* AllocateCleared(size_t count, size_t size) QD_NOTHROW {
   if (size != 0 && count > SIZE_MAX / size) {
     return OutOfMemory();
   }
@@ -68,7 +75,7 @@ void* AllocateCleared(size_t count, size_t size) {
   return block != 0 ? block : OutOfMemory();
 }
 
-void Release(void* pointer) {
+void Release(void* pointer) QD_NOTHROW {
   if (pointer == 0) {
     return;
   }
@@ -83,7 +90,7 @@ void Release(void* pointer) {
   errno = saved;
 }
 
-void* Reallocate(void* pointer, size_t size) {
+void* Reallocate(void* pointer, size_t size) QD_NOTHROW {
   if (pointer == 0) {
     return Allocate(size);
   }
@@ -105,7 +112,7 @@ void* Reallocate(void* pointer, size_t size) {
   return block != 0 ? block : OutOfMemory();
 }
 
-void* AllocateAligned(size_t alignment, size_t size) {
+void* AllocateAligned(size_t alignment, size_t size) QD_NOTHROW {
   if (alignment <= kMallocAlignment) {
     // A block of at least alignment bytes is aligned to it.
     return Allocate(size < alignment ? alignment : size);

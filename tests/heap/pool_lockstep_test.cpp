@@ -426,6 +426,10 @@ TEST(PoolLockstep, CarveRecordAloneMatchesThePlainAlgorithm) {
   RunAllGeometries<PoolShortcutSet<false, false, false, true> >(500);
 }
 
+TEST(PoolLockstep, ReleaseWindowAloneMatchesThePlainAlgorithm) {
+  RunAllGeometries<PoolShortcutSet<false, false, false, false, true> >(700);
+}
+
 // The lone block: allocated and released again and again, with other
 // classes taking chunks in between, so the deferred chunk is taken back by
 // its class, settled for another class, and pushed behind newer returns.
