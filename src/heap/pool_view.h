@@ -8,6 +8,7 @@
 #include "heap/carve_record.h"
 #include "heap/class_lists.h"
 #include "heap/free_chunk_list.h"
+#include "heap/overflow_tally.h"
 #include "heap/pool_counters.h"
 #include "heap/pool_geometry.h"
 
@@ -26,6 +27,7 @@ class PoolView {
   const ClassLists<Shortcuts>& Classes() const { return m_pool.m_classes; }
   const CarveRecord& Carved() const { return m_pool.m_carved; }
   const PoolCounters& Counters() const { return m_pool.m_counters; }
+  const OverflowTally& Overflow() const { return m_pool.m_overflow; }
 
  private:
   const Pool& m_pool;
