@@ -226,9 +226,9 @@ TEST_F(PoolSizingLineTest, TheDropInStopsAndResumesFollowingABlock) {
   EXPECT_EQ(ForC::StopFollowing(pool, overflow), 24u);
   EXPECT_EQ(StatsOf(pool).extraHeapBlocks, 0u);
   EXPECT_EQ(ForC::StopFollowing(pool, overflow), 0u);
-  ForC::FollowAgain(pool, overflow, 2000);
+  ForC::FollowMoved(pool, nullptr, overflow, 2000, 0);
   EXPECT_EQ(StatsOf(pool).extraHeapBlocks, 0u);
-  ForC::FollowAgain(pool, overflow, 24);
+  ForC::FollowMoved(pool, overflow, nullptr, 24, 3);
   EXPECT_EQ(StatsOf(pool).extraHeapBlocks, 1u);
   pool.Free(overflow);
   pool.Free(pooled);
