@@ -148,7 +148,8 @@ void WriteHeapStatsText(FILE* stream, const QDHeapStats& stats, LostChunksCause 
             "chunks\n",
             needed);
   } else {
-    fprintf(stream, "CHUNKS %lu to try: the pool ran out of chunks and this run needed at least %lu\n",
+    fprintf(stream,
+            "CHUNKS %lu to try: the pool ran out of chunks and this run needed at least %lu\n",
             static_cast<unsigned long>(ChunksToTry(stats)), needed);
   }
 }

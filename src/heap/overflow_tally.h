@@ -8,7 +8,7 @@
 // Only the overflow paths call it, under the pool's lock. A release has to
 // know the class of the block it takes back, and an overflow block carries
 // no header. Where the overflow heap tells a block's usable size
-// (platform/extra_heap_block_size.h: the drop-in), the class is that size
+// (OverflowBlockSize: the drop-in's does), the class is that size
 // rounded down to the fundamental alignment, the same at allocation and
 // release; every block of the overflow heap of such a size that the program
 // releases or moves counts, so that the figures stay consistent. Elsewhere
@@ -31,13 +31,19 @@
 #include <string.h>
 
 #include "heap/size_class.h"
-#include "platform/extra_heap_block_size.h"
 #include "quendal/heap_stats.h"
 #include "util/compiler.h"
 #include "util/max_align.h"
 
 namespace Quendal {
 namespace Heap {
+
+// The usable size of a block of the overflow heap Heap, 0 where Heap does
+// not tell it (extra_heap_allocator.h tells the library's).
+template <class Heap>
+struct OverflowBlockSize {
+  static size_t Of(const void*) { return 0; }
+};
 
 class OverflowTally {
  public:
@@ -78,13 +84,13 @@ class OverflowTally {
   // of blocks; inUse is at least the chunks in use now. optional: a block
   // counted only because its release will be, which is left out when its
   // size puts it past the counted classes.
-  void Taken(const void* block, size_t index, uint32_t blockBytes, uint32_t inUse,
+  void Taken(const void* block, size_t usable, size_t index, uint32_t blockBytes, uint32_t inUse,
              bool optional = false) {
     if (m_following == 0) {
-      Start(block);
+      Start(usable);
     }
     if (m_sized != 0) {
-      index = SizedClass(block);
+      index = SizedClass(usable);
     }
     uint32_t perChunk = PerChunk(index, blockBytes);
     if (perChunk == 0 && optional) {
@@ -114,13 +120,13 @@ class OverflowTally {
 
   // block leaves the overflow heap. Returns its class index plus one when
   // it was counted, else 0.
-  size_t Forget(const void* block) {
+  size_t Forget(const void* block, size_t usable) {
     if (!Following() || block == 0) {
       return 0;
     }
     size_t index;
     if (m_sized != 0) {
-      index = SizedClass(block);
+      index = SizedClass(usable);
       // Blocks of the overflow heap from before the first one was counted
       // were never counted.
       if (PerChunk(index, m_blockBytes) == 0 || m_live[index] == 0) {
@@ -144,20 +150,30 @@ class OverflowTally {
 
   // True when the class of a block comes from its size, so that every block
   // the overflow heap moves into a pooled size counts, as its release will.
-  bool CountsBySize() const { return m_sized != 0; }
+  bool CountsBySize() const {
+    return m_sized != 0;
+  }
 
   // Blocks followed now, and blocks never followed since the start.
-  uint32_t Followed() const { return m_followed; }
-  uint32_t Unfollowed() const { return m_unfollowed; }
+  uint32_t Followed() const {
+    return m_followed;
+  }
+  uint32_t Unfollowed() const {
+    return m_unfollowed;
+  }
   // The peaks of the chunks in use plus the chunks of the followed blocks,
   // and plus those of every block never followed as well.
-  uint32_t PeakFollowed() const { return m_peakFollowed; }
-  uint32_t PeakAtMost() const { return m_peakAtMost; }
+  uint32_t PeakFollowed() const {
+    return m_peakFollowed;
+  }
+  uint32_t PeakAtMost() const {
+    return m_peakAtMost;
+  }
 
  private:
   // The first block: the mode is chosen by whether its size can be known.
-  void Start(const void* block) {
-    m_sized = Platform::ExtraHeapBlockSize(block) != 0 ? 1 : 0;
+  void Start(size_t usable) {
+    m_sized = usable != 0 ? 1 : 0;
     if (m_sized == 0) {
       memset(m_keys, 0, sizeof m_keys);
     }
@@ -172,8 +188,8 @@ class OverflowTally {
   // largest multiple of the fundamental alignment it holds, which is the
   // size asked for when that was such a multiple (the drop-in's requests
   // above 8 bytes are); kClasses when that is past the counted classes.
-  static size_t SizedClass(const void* block) {
-    size_t size = Platform::ExtraHeapBlockSize(block) / kMaxAlign * kMaxAlign;
+  static size_t SizedClass(size_t usable) {
+    size_t size = usable / kMaxAlign * kMaxAlign;
     if (size < kClassGranule) {
       size = kClassGranule;
     }
@@ -195,7 +211,9 @@ class OverflowTally {
   // A larger pool spreads the blocks over partly filled chunks as they come
   // and go, and more so the longer they live: an eighth more than they fill,
   // which covered the programs the drop-in is tested with (docs).
-  static uint32_t Spread(uint32_t chunks) { return chunks + chunks / 8; }
+  static uint32_t Spread(uint32_t chunks) {
+    return chunks + chunks / 8;
+  }
 
   static void Raise(uint32_t& peak, uint32_t value) {
     if (value > peak) {
@@ -223,7 +241,7 @@ class OverflowTally {
   void Insert(const void* block, uint8_t index) {
     uint32_t slot = Find(block);
     if (m_keys[slot] != 0) {
-      Forget(block);
+      Forget(block, 0);
       slot = Find(block);
     }
     m_keys[slot] = block;

@@ -60,7 +60,7 @@ class PoolForCCallers {
   // pointer, outside the pool, leaves the overflow heap: a token for
   // FollowMoved, 0 when the pool did not count it.
   static size_t StopFollowing(Pool& pool, void* pointer) {
-    return pool.m_overflow.Forget(pointer);
+    return pool.ForgetOverflowBlock(pointer);
   }
 
   // The C library reallocated pointer, which StopFollowing said followed

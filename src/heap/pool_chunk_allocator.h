@@ -195,8 +195,8 @@ class ConfigPoolChunkAllocator {
   // No chunk was left for block, of a pooled size: every chunk laid out is
   // in use.
   void FollowOverflowBlock(const void* block, size_t size, bool optional = false) {
-    m_overflow.Taken(block, ClassIndex(ClassSize(size)), BlockBytesPerChunk(),
-                     m_geometry.laidOutChunks, optional);
+    m_overflow.Taken(block, OverflowBlockSize<OverflowHeap>::Of(block), ClassIndex(ClassSize(size)),
+                     BlockBytesPerChunk(), m_geometry.laidOutChunks, optional);
   }
   uint32_t BlockBytesPerChunk() const {
     return m_geometry.chunkSize > kChunkHeaderSize
@@ -204,8 +204,15 @@ class ConfigPoolChunkAllocator {
                : 0;
   }
   QD_NOINLINE void FreeOutsideSegment(void* pointer) {
-    m_overflow.Forget(pointer);
+    ForgetOverflowBlock(pointer);
     OverflowHeap::Free(pointer);
+  }
+  // Asks the overflow heap for the block's size only once the pool counts.
+  size_t ForgetOverflowBlock(const void* pointer) {
+    if (QD_LIKELY(!m_overflow.Following())) {
+      return 0;
+    }
+    return m_overflow.Forget(pointer, OverflowBlockSize<OverflowHeap>::Of(pointer));
   }
   void* ReAllocOutsideSegment(void* pointer, size_t size);
   void FollowMovedOverflowBlock(void* pointer, void* block, size_t size, size_t followed);
@@ -532,7 +539,7 @@ void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReAlloc(vo
 template <class SegmentHeap, class OverflowHeap, class Shortcuts>
 void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReAllocOutsideSegment(
     void* pointer, size_t size) {
-  size_t followed = m_overflow.Forget(pointer);
+  size_t followed = ForgetOverflowBlock(pointer);
   void* block = OverflowHeap::ReAlloc(pointer, size);
   FollowMovedOverflowBlock(pointer, block, size, followed);
   return block;

@@ -77,8 +77,9 @@ void ReadPoolStats(const Pool& pool, QDHeapStats& stats) {
   // use: both add to the chunks in use when the pool had no chunk left.
   uint32_t peakUsed = stats.chunkCount - stats.lostChunks - stats.lowestFreeChunks;
   stats.peakChunksNeeded = overflow.PeakFollowed() > peakUsed ? overflow.PeakFollowed() : peakUsed;
-  stats.peakChunksNeededAtMost =
-      overflow.PeakAtMost() > stats.peakChunksNeeded ? overflow.PeakAtMost() : stats.peakChunksNeeded;
+  stats.peakChunksNeededAtMost = overflow.PeakAtMost() > stats.peakChunksNeeded
+                                     ? overflow.PeakAtMost()
+                                     : stats.peakChunksNeeded;
   if (view.Classes().Table() == 0) {
     return;
   }

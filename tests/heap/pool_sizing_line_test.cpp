@@ -126,17 +126,23 @@ TEST_F(PoolSizingLineTest, AnExhaustedRunGetsTheChunksThatHoldItsPeak) {
   QDHeapStats again = StatsOf(rerun);
   EXPECT_EQ(again.exhaustedRequests, 0u);
   EXPECT_LE(ChunksForPeak(again), chunks);
-  EXPECT_EQ(LastLineOf(rerun),
-            "CHUNKS " + std::to_string(ChunksForPeak(again)) + " would have held the peak of this run");
+  EXPECT_EQ(LastLineOf(rerun), "CHUNKS " + std::to_string(ChunksForPeak(again)) +
+                                   " would have held the peak of this run");
+}
+
+// The chunks an overflow of count chunks' worth is estimated to take.
+uint32_t Spread(uint32_t chunks) {
+  return chunks + chunks / 8;
 }
 
 // Each class's blocks in the overflow heap fill chunks of their own: 300
-// blocks of 8 bytes fill two chunks of 253, two of 1024 bytes two chunks.
+// blocks of 8 bytes fill two chunks, two of 1024 bytes two chunks.
 TEST_F(PoolSizingLineTest, TheEstimateCountsTheChunksEachClassWouldHaveFilled) {
+  ASSERT_LT(kEightByteBlocks, 300u);
   Build(3);
   std::vector<void*> pooled = Take(pool, 3, 1024);
   std::vector<void*> eights = Take(pool, 300, 8);
-  std::vector<void*> largest = Take(pool, 2, 1000);
+  std::vector<void*> largest = Take(pool, 2, 1024);
   QDHeapStats stats = StatsOf(pool);
   EXPECT_EQ(stats.exhaustedRequests, 302u);
   EXPECT_EQ(stats.extraHeapBlocks, 302u);
@@ -149,7 +155,7 @@ TEST_F(PoolSizingLineTest, TheEstimateCountsTheChunksEachClassWouldHaveFilled) {
   EXPECT_EQ(stats.extraHeapBlocks, 2u);
   EXPECT_EQ(stats.peakChunksNeeded, 7u);
   // Fewer at once than before: no new peak.
-  std::vector<void*> again = Take(pool, 253, 8);
+  std::vector<void*> again = Take(pool, kEightByteBlocks, 8);
   EXPECT_EQ(StatsOf(pool).peakChunksNeeded, 7u);
   again.push_back(pool.Alloc(8));
   EXPECT_EQ(StatsOf(pool).peakChunksNeeded, 7u);
@@ -161,7 +167,7 @@ TEST_F(PoolSizingLineTest, TheEstimateCountsTheChunksEachClassWouldHaveFilled) {
   BuildRerun(7);
   pooled = Take(rerun, 3, 1024);
   eights = Take(rerun, 300, 8);
-  largest = Take(rerun, 2, 1000);
+  largest = Take(rerun, 2, 1024);
   EXPECT_EQ(StatsOf(rerun).exhaustedRequests, 0u);
   EXPECT_EQ(StatsOf(rerun).freeChunks, 0u);
   Release(rerun, eights);
@@ -179,8 +185,9 @@ TEST_F(PoolSizingLineTest, AMisalignedSegmentAddsItsLostChunk) {
   QDHeapStats stats = StatsOf(pool);
   EXPECT_EQ(stats.lostChunks, 1u);
   EXPECT_EQ(stats.peakChunksNeeded, 4u);
-  EXPECT_EQ(LastLineOf(pool),
-            "CHUNKS 5 would have held the peak of this run, by estimate: the pool ran out of chunks");
+  EXPECT_EQ(
+      LastLineOf(pool),
+      "CHUNKS 5 would have held the peak of this run, by estimate: the pool ran out of chunks");
   pool.Free(overflow);
   Release(pool, pooled);
 }
@@ -190,24 +197,24 @@ TEST_F(PoolSizingLineTest, AMisalignedSegmentAddsItsLostChunk) {
 TEST_F(PoolSizingLineTest, AnOverflowBlockIsFollowedThroughItsReallocations) {
   Build(1);
   void* pooled = pool.Alloc(1024);
-  std::vector<void*> eights = Take(pool, 253, 8);
+  std::vector<void*> eights = Take(pool, kEightByteBlocks, 8);
   EXPECT_EQ(StatsOf(pool).peakChunksNeeded, 2u);
   // Into the 16-byte class: a chunk of its own.
   eights[0] = pool.ReAlloc(eights[0], 16);
   QDHeapStats stats = StatsOf(pool);
-  EXPECT_EQ(stats.extraHeapBlocks, 253u);
+  EXPECT_EQ(stats.extraHeapBlocks, kEightByteBlocks);
   EXPECT_EQ(stats.peakChunksNeeded, 3u);
   eights[1] = pool.ReAlloc(eights[1], 5000);
-  EXPECT_EQ(StatsOf(pool).extraHeapBlocks, 252u);
+  EXPECT_EQ(StatsOf(pool).extraHeapBlocks, kEightByteBlocks - 1);
   EXPECT_EQ(pool.ReAlloc(eights[2], 0), nullptr);
-  EXPECT_EQ(StatsOf(pool).extraHeapBlocks, 251u);
+  EXPECT_EQ(StatsOf(pool).extraHeapBlocks, kEightByteBlocks - 2);
   eights.erase(eights.begin() + 2);
   // A request the overflow heap refuses leaves nothing to count.
   RecordingOverflowHeap::refuseAlloc = true;
   void* refused = pool.Alloc(8);
   RecordingOverflowHeap::refuseAlloc = false;
   EXPECT_EQ(refused, nullptr);
-  EXPECT_EQ(StatsOf(pool).extraHeapBlocks, 251u);
+  EXPECT_EQ(StatsOf(pool).extraHeapBlocks, kEightByteBlocks - 2);
   Release(pool, eights);
   pool.Free(pooled);
   EXPECT_EQ(StatsOf(pool).extraHeapBlocks, 0u);
@@ -223,12 +230,21 @@ TEST_F(PoolSizingLineTest, TheDropInStopsAndResumesFollowingABlock) {
   void* overflow = pool.Alloc(20);
   ASSERT_FALSE(pool.Owns(overflow));
   EXPECT_EQ(ForC::StopFollowing(pool, pooled), 0u);
-  EXPECT_EQ(ForC::StopFollowing(pool, overflow), 24u);
+  size_t token = ForC::StopFollowing(pool, overflow);
+  EXPECT_NE(token, 0u);
   EXPECT_EQ(StatsOf(pool).extraHeapBlocks, 0u);
   EXPECT_EQ(ForC::StopFollowing(pool, overflow), 0u);
-  ForC::FollowMoved(pool, nullptr, overflow, 2000, 0);
+  // The C library could not move it: counted again where it stayed.
+  ForC::FollowMoved(pool, overflow, nullptr, 2000, token);
+  EXPECT_EQ(StatsOf(pool).extraHeapBlocks, 1u);
+  // Moved past the pooled sizes: no longer counted.
+  token = ForC::StopFollowing(pool, overflow);
+  ForC::FollowMoved(pool, overflow, overflow, 2000, token);
   EXPECT_EQ(StatsOf(pool).extraHeapBlocks, 0u);
-  ForC::FollowMoved(pool, overflow, nullptr, 24, 3);
+  // A block the pool did not follow stays unfollowed; one it did follows.
+  ForC::FollowMoved(pool, overflow, overflow, 24, 0);
+  EXPECT_EQ(StatsOf(pool).extraHeapBlocks, 0u);
+  ForC::FollowMoved(pool, overflow, overflow, 24, token);
   EXPECT_EQ(StatsOf(pool).extraHeapBlocks, 1u);
   pool.Free(overflow);
   pool.Free(pooled);
@@ -247,8 +263,9 @@ TEST_F(PoolSizingLineTest, BlocksBeyondWhatThePoolFollowsGiveALowerBound) {
   QDHeapStats stats = StatsOf(pool);
   EXPECT_EQ(stats.extraHeapBlocks, most);
   EXPECT_EQ(stats.unfollowedBlocks, 300u);
-  uint32_t followedChunks = (most + 252) / 253;
-  uint32_t allChunks = static_cast<uint32_t>((count + 252) / 253);
+  uint32_t followedChunks = Spread((most + kEightByteBlocks - 1) / kEightByteBlocks);
+  uint32_t allChunks =
+      Spread(static_cast<uint32_t>((count + kEightByteBlocks - 1) / kEightByteBlocks));
   ASSERT_GT(allChunks, followedChunks);
   EXPECT_EQ(ChunksNeeded(stats), 1 + followedChunks);
   EXPECT_EQ(ChunksToTry(stats), 1 + allChunks);
