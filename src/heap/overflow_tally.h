@@ -129,7 +129,7 @@ class OverflowTally {
       index = SizedClass(usable);
       // Blocks of the overflow heap from before the first one was counted
       // were never counted.
-      if (PerChunk(index, m_blockBytes) == 0 || m_live[index] == 0) {
+      if (index >= kClasses || m_live[index] == 0) {
         return 0;
       }
     } else {
@@ -139,6 +139,9 @@ class OverflowTally {
       }
       index = m_classes[slot];
       Remove(slot);
+      if (index >= kClasses) {
+        return 0;
+      }
     }
     --m_followed;
     uint32_t perChunk = PerChunk(index, m_blockBytes);
@@ -200,9 +203,9 @@ class OverflowTally {
     return index < kClasses ? blockBytes / static_cast<uint32_t>((index + 1) * kClassGranule) : 0;
   }
 
-  // The chunks blocks of a class fill.
+  // The chunks blocks of a class fill; a chunk each where none would fit.
   static uint32_t ChunksFor(uint32_t blocks, uint32_t perChunk) {
-    return (blocks + perChunk - 1) / perChunk;
+    return perChunk != 0 ? (blocks + perChunk - 1) / perChunk : blocks;
   }
   // What one block more than blocks adds to ChunksFor.
   static uint32_t Grown(uint32_t blocks, uint32_t perChunk) {

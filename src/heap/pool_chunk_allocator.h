@@ -184,6 +184,11 @@ class ConfigPoolChunkAllocator {
     if (block != 0) {
       return block;
     }
+    return AllocFromOverflow(size);
+  }
+  // Out of line, so that the pool's own paths keep their registers.
+  QD_NOINLINE void* AllocFromOverflow(size_t size) {
+    void* block;
     bool pooledSize = m_geometry.IsPooledSize(size);
     m_counters.Overflowed(pooledSize);
     block = OverflowHeap::Alloc(size);
