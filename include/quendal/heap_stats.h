@@ -72,6 +72,22 @@ typedef struct QDHeapStats {
    * initialising. Entry k is the class of (k + 1) * 8 bytes. */
   uint32_t classCount;
   QDHeapClassStats classes[QD_HEAP_STATS_CLASSES];
+  /* Blocks of pooled size the extra heap holds now because no chunk was
+   * left for them, of those the library follows to their release. */
+  uint32_t extraHeapBlocks;
+  /* Blocks of pooled size that went to the extra heap for want of a chunk
+   * and that the library could not follow to their release: beyond the
+   * 6144 it follows at once, or of a class past the 128 counted ones. */
+  uint32_t unfollowedBlocks;
+  /* The most chunks this run would have used at one time had the pool never
+   * run out, by estimate: the chunks in use plus, per class, the chunks the
+   * followed blocks of the extra heap would have filled. The peak chunks in
+   * use when exhaustedRequests is 0. */
+  uint32_t peakChunksNeeded;
+  /* peakChunksNeeded counting every unfollowed block as never released (and
+   * in a chunk of its own where its class is past the counted ones): equal
+   * to peakChunksNeeded while unfollowedBlocks is 0, else larger. */
+  uint32_t peakChunksNeededAtMost;
 } QDHeapStats;
 
 /* Fills stats with a consistent snapshot taken under the heap's lock,
@@ -85,9 +101,12 @@ typedef struct QDHeapStats {
 QD_EXPORT int QDHeapGetStats(QDHeapStats* stats) QD_NOTHROW;
 
 /* Writes the same snapshot as text for a person to read: a header, the
- * counters, a table of the classes that hold chunks, and last a line
- * "CHUNKS <n> would have held the peak of this run". A null stream is
- * ignored. Writes with fprintf only and allocates nothing itself. */
+ * counters, a table of the classes that hold chunks, and last a line that
+ * starts "CHUNKS <n> ", n being the value to give CHUNKS: "CHUNKS <n> would
+ * have held the peak of this run", with ", by estimate: the pool ran out of
+ * chunks" added when it did, or "CHUNKS <n> to try: ..." when only a lower
+ * bound is known. A null stream is ignored. Writes with fprintf only and
+ * allocates nothing itself. */
 QD_EXPORT void QDHeapWriteStats(FILE* stream) QD_NOTHROW;
 
 #ifdef __cplusplus

@@ -6,6 +6,8 @@
 #include <stddef.h>
 #include <stdlib.h>
 
+#include "heap/overflow_tally.h"
+#include "platform/extra_heap_block_size.h"
 #include "platform/memory_checker.h"
 #include "quendal/extra_heap.h"
 
@@ -35,6 +37,13 @@ struct ExtraHeapAllocator {
       free(pointer);
     }
   }
+};
+
+// In the drop-in the extra heap's blocks are the C library's, which tells
+// their size; the library on its own does not know it.
+template <>
+struct OverflowBlockSize<ExtraHeapAllocator> {
+  static size_t Of(const void* block) { return Platform::ExtraHeapBlockSize(block); }
 };
 
 }  // namespace Heap

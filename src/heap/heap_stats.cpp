@@ -36,16 +36,26 @@ LostChunksCause TakeSnapshot(QDHeapStats& stats) {
 typedef char WideFieldsStartOnAMultipleOf8[offsetof(QDHeapStats, exhaustedRequests) == 24 ? 1 : -1];
 typedef char ClassesFollowClassCount[offsetof(QDHeapStats, classes) == 44 ? 1 : -1];
 
+// The fields behind classes are 4 bytes wide and follow it without a gap.
+typedef char TailFollowsClasses[offsetof(QDHeapStats, extraHeapBlocks) ==
+                                        offsetof(QDHeapStats, classes) +
+                                            QD_HEAP_STATS_CLASSES * sizeof(QDHeapClassStats)
+                                    ? 1
+                                    : -1];
+const size_t kTailEnd = offsetof(QDHeapStats, peakChunksNeededAtMost) + sizeof(uint32_t);
+
 // The end of the last field that lies wholly within the first size bytes;
 // size is at least the end of chunkCount. The fields before classes are all
 // 4 or 8 bytes wide and the 8-byte ones start on a multiple of 8.
 size_t FilledBytes(uint32_t size) {
   const size_t classesStart = offsetof(QDHeapStats, classes);
+  const size_t tailStart = offsetof(QDHeapStats, extraHeapBlocks);
+  if (size >= tailStart) {
+    size_t end = tailStart + (size - tailStart) / 4 * 4;
+    return end < kTailEnd ? end : kTailEnd;
+  }
   if (size >= classesStart) {
     size_t entries = (size - classesStart) / sizeof(QDHeapClassStats);
-    if (entries > QD_HEAP_STATS_CLASSES) {
-      entries = QD_HEAP_STATS_CLASSES;
-    }
     return classesStart + entries * sizeof(QDHeapClassStats);
   }
   const size_t wideStart = offsetof(QDHeapStats, exhaustedRequests);
@@ -67,6 +77,20 @@ uint32_t PeakChunksUsed(const QDHeapStats& stats) {
 // the next segment is as likely to lose one to its alignment.
 uint32_t ChunksForPeak(const QDHeapStats& stats) {
   return PeakChunksUsed(stats) + (stats.lostChunks != 0 ? 1 : 0);
+}
+
+uint32_t ChunksNeeded(const QDHeapStats& stats) {
+  if (stats.exhaustedRequests == 0) {
+    return ChunksForPeak(stats);
+  }
+  return stats.peakChunksNeeded + (stats.lostChunks != 0 ? 1 : 0);
+}
+
+uint32_t ChunksToTry(const QDHeapStats& stats) {
+  if (stats.exhaustedRequests == 0) {
+    return ChunksForPeak(stats);
+  }
+  return stats.peakChunksNeededAtMost + (stats.lostChunks != 0 ? 1 : 0);
 }
 
 void WriteHeapStatsText(FILE* stream, const QDHeapStats& stats, LostChunksCause cause) {
@@ -113,12 +137,21 @@ void WriteHeapStatsText(FILE* stream, const QDHeapStats& stats, LostChunksCause 
   if (rows == 0) {
     fprintf(stream, "(no class holds a chunk now)\n");
   }
-  // The peak cannot show what the extra heap served instead.
-  if (stats.exhaustedRequests != 0) {
-    fprintf(stream, "the pool ran out of chunks: this run needed more than the CHUNKS below\n");
+  // One line, the value for CHUNKS its second word. A pool that ran out
+  // adds what the extra heap held instead, as far as it was followed.
+  unsigned long needed = static_cast<unsigned long>(ChunksNeeded(stats));
+  if (stats.exhaustedRequests == 0) {
+    fprintf(stream, "CHUNKS %lu would have held the peak of this run\n", needed);
+  } else if (stats.unfollowedBlocks == 0) {
+    fprintf(stream,
+            "CHUNKS %lu would have held the peak of this run, by estimate: the pool ran out of "
+            "chunks\n",
+            needed);
+  } else {
+    fprintf(stream,
+            "CHUNKS %lu to try: the pool ran out of chunks and this run needed at least %lu\n",
+            static_cast<unsigned long>(ChunksToTry(stats)), needed);
   }
-  fprintf(stream, "CHUNKS %lu would have held the peak of this run\n",
-          static_cast<unsigned long>(ChunksForPeak(stats)));
 }
 
 }  // namespace Heap

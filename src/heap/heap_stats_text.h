@@ -17,6 +17,14 @@ namespace Heap {
 // pool lacked any chunk.
 uint32_t ChunksForPeak(const QDHeapStats& stats);
 
+// The CHUNKS value of the sizing line. With no request of pooled size sent
+// to the extra heap, ChunksForPeak. Else the estimated peak of chunks needed
+// plus the aligning chunk: ChunksNeeded counts the blocks of the extra heap
+// the library followed, a lower bound when some could not be followed;
+// ChunksToTry counts those as never released, an upper bound.
+uint32_t ChunksNeeded(const QDHeapStats& stats);
+uint32_t ChunksToTry(const QDHeapStats& stats);
+
 // Writes with fprintf only; allocates nothing. cause is the snapshot pool's
 // CauseOfLostChunks.
 void WriteHeapStatsText(FILE* stream, const QDHeapStats& stats, LostChunksCause cause);

@@ -63,6 +63,23 @@ class LockedAllocator {
     return block;
   }
 
+  // The drop-in's releases and moves of blocks of the C library: the pool
+  // counts those of pooled sizes once it ran out of chunks.
+  bool FollowsOverflowBlocks() const { return m_pool.FollowsOverflowBlocks(); }
+
+  size_t StopFollowing(void* pointer) {
+    bool locked = Lock();
+    size_t followed = PoolForCCallers<Pool>::StopFollowing(m_pool, pointer);
+    Unlock(locked);
+    return followed;
+  }
+
+  void FollowMoved(void* pointer, void* block, size_t size, size_t followed) {
+    bool locked = Lock();
+    PoolForCCallers<Pool>::FollowMoved(m_pool, pointer, block, size, followed);
+    Unlock(locked);
+  }
+
   // Calls reader(pool) under the lock, for a snapshot no other thread
   // changes while it is read.
   template <class Reader>

@@ -11,6 +11,10 @@
 // watches (it knows the block by the size first asked for); any other block
 // moves as ReAlloc moves it, except that the old block stays when no new one
 // can be had (null).
+//
+// StopFollowing and FollowAgain keep the statistics' count of the overflow
+// heap's blocks of pooled size (overflow_tally.h) while the drop-in releases
+// or reallocates a block of the C library itself, without the pool.
 #ifndef QUENDAL_HEAP_POOL_C_CALLERS_H
 #define QUENDAL_HEAP_POOL_C_CALLERS_H
 
@@ -51,6 +55,18 @@ class PoolForCCallers {
     memcpy(block, pointer, copied);
     pool.Free(pointer);
     return block;
+  }
+
+  // pointer, outside the pool, leaves the overflow heap: a token for
+  // FollowMoved, 0 when the pool did not count it.
+  static size_t StopFollowing(Pool& pool, void* pointer) {
+    return pool.ForgetOverflowBlock(pointer);
+  }
+
+  // The C library reallocated pointer, which StopFollowing said followed
+  // of, to block of size bytes (null when it could not).
+  static void FollowMoved(Pool& pool, void* pointer, void* block, size_t size, size_t followed) {
+    pool.FollowMovedOverflowBlock(pointer, block, size, followed);
   }
 };
 

@@ -43,6 +43,7 @@
 #include "heap/chunk_header.h"
 #include "heap/class_lists.h"
 #include "heap/free_chunk_list.h"
+#include "heap/overflow_tally.h"
 #include "heap/pool_counters.h"
 #include "heap/pool_geometry.h"
 #include "heap/pool_shortcuts.h"
@@ -133,6 +134,10 @@ class ConfigPoolChunkAllocator {
 
   uint8_t IsConfigured() const { return m_geometry.configured; }
 
+  // True once a block of pooled size went to the overflow heap; read
+  // without the lock.
+  bool FollowsOverflowBlocks() const { return m_overflow.Following(); }
+
   // Read access for diagnostics and tests, as the lists read to a caller:
   // a chunk whose return is deferred already heads the free chunk list, and
   // chunks not yet built follow the chunks on it.
@@ -184,9 +189,43 @@ class ConfigPoolChunkAllocator {
     if (block != 0) {
       return block;
     }
-    m_counters.Overflowed(m_geometry.IsPooledSize(size));
-    return OverflowHeap::Alloc(size);
+    return AllocFromOverflow(size);
   }
+  // Out of line, so that the pool's own paths keep their registers.
+  QD_NOINLINE void* AllocFromOverflow(size_t size) {
+    void* block;
+    bool pooledSize = m_geometry.IsPooledSize(size);
+    m_counters.Overflowed(pooledSize);
+    block = OverflowHeap::Alloc(size);
+    if (pooledSize && block != 0) {
+      FollowOverflowBlock(block, size);
+    }
+    return block;
+  }
+  // No chunk was left for block, of a pooled size: every chunk laid out is
+  // in use.
+  void FollowOverflowBlock(const void* block, size_t size, bool optional = false) {
+    m_overflow.Taken(block, OverflowBlockSize<OverflowHeap>::Of(block), ClassIndex(ClassSize(size)),
+                     BlockBytesPerChunk(), m_geometry.laidOutChunks, optional);
+  }
+  uint32_t BlockBytesPerChunk() const {
+    return m_geometry.chunkSize > kChunkHeaderSize
+               ? m_geometry.chunkSize - static_cast<uint32_t>(kChunkHeaderSize)
+               : 0;
+  }
+  QD_NOINLINE void FreeOutsideSegment(void* pointer) {
+    ForgetOverflowBlock(pointer);
+    OverflowHeap::Free(pointer);
+  }
+  // Asks the overflow heap for the block's size only once the pool counts.
+  size_t ForgetOverflowBlock(const void* pointer) {
+    if (QD_LIKELY(!m_overflow.Following())) {
+      return 0;
+    }
+    return m_overflow.Forget(pointer, OverflowBlockSize<OverflowHeap>::Of(pointer));
+  }
+  void* ReAllocOutsideSegment(void* pointer, size_t size);
+  void FollowMovedOverflowBlock(void* pointer, void* block, size_t size, size_t followed);
   void* AllocFromClass(size_t size);
   ChunkHeader* AssignFreeChunk(size_t index, uint32_t blockSize);
   ChunkHeader* ReadoptDeferredChunk(size_t index, uint32_t blockSize);
@@ -218,7 +257,7 @@ class ConfigPoolChunkAllocator {
       return;
     }
     if (QD_UNLIKELY(!Owns(pointer))) {
-      OverflowHeap::Free(pointer);
+      FreeOutsideSegment(pointer);
       return;
     }
     Release(pointer);
@@ -276,6 +315,7 @@ class ConfigPoolChunkAllocator {
   CarveRecord m_carved;
   Platform::MemoryChecker m_checker;
   PoolCounters m_counters;
+  OverflowTally m_overflow;
 };
 
 template <class SegmentHeap, class OverflowHeap, class Shortcuts>
@@ -596,7 +636,7 @@ void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReAlloc(vo
                                                                               size_t size) {
   // Ownership is tested first: null and foreign blocks never enter the pool.
   if (!Owns(pointer)) {
-    return OverflowHeap::ReAlloc(pointer, size);
+    return ReAllocOutsideSegment(pointer, size);
   }
   bool hasTable = m_classes.Table() != 0;
   if (size == 0) {
@@ -625,6 +665,32 @@ void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReAlloc(vo
     }
   }
   return block;
+}
+
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReAllocOutsideSegment(
+    void* pointer, size_t size) {
+  size_t followed = ForgetOverflowBlock(pointer);
+  void* block = OverflowHeap::ReAlloc(pointer, size);
+  FollowMovedOverflowBlock(pointer, block, size, followed);
+  return block;
+}
+
+// The overflow heap reallocated pointer to block (null when it could not,
+// or for size 0, which released it); followed is what Forget said of
+// pointer. A counted block stays counted at its new size while that is
+// pooled, and as it was where it stayed; one counted by its size counts
+// whatever it was before, as its release will.
+template <class SegmentHeap, class OverflowHeap, class Shortcuts>
+void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::FollowMovedOverflowBlock(
+    void* pointer, void* block, size_t size, size_t followed) {
+  if (block != 0) {
+    if ((followed != 0 || m_overflow.CountsBySize()) && m_geometry.IsPooledSize(size)) {
+      FollowOverflowBlock(block, size, followed == 0);
+    }
+  } else if (size != 0 && followed != 0) {
+    FollowOverflowBlock(pointer, followed * kClassGranule);
+  }
 }
 
 }  // namespace Heap

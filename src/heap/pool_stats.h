@@ -12,6 +12,7 @@
 #include <string.h>
 
 #include "heap/chunk_header.h"
+#include "heap/overflow_tally.h"
 #include "heap/pool_chunk_allocator.h"
 #include "heap/pool_view.h"
 #include "quendal/heap_stats.h"
@@ -60,6 +61,9 @@ void ReadPoolStats(const Pool& pool, QDHeapStats& stats) {
   stats.lostChunks = geometry.chunkCount;
   stats.exhaustedRequests = counters.ExhaustedRequests();
   stats.largeRequests = counters.LargeRequests();
+  const OverflowTally& overflow = view.Overflow();
+  stats.extraHeapBlocks = overflow.Followed();
+  stats.unfollowedBlocks = overflow.Unfollowed();
   if (geometry.segment != 0) {
     uint32_t laidOut = geometry.laidOutChunks;
     uint32_t neverLaidOut = geometry.countedChunks - laidOut;
@@ -69,6 +73,13 @@ void ReadPoolStats(const Pool& pool, QDHeapStats& stats) {
     // chunks than the count, never more.
     stats.lostChunks = geometry.chunkCount > laidOut ? geometry.chunkCount - laidOut : 0;
   }
+  // Neither peak of the overflow heap's blocks can be below the peak in
+  // use: both add to the chunks in use when the pool had no chunk left.
+  uint32_t peakUsed = stats.chunkCount - stats.lostChunks - stats.lowestFreeChunks;
+  stats.peakChunksNeeded = overflow.PeakFollowed() > peakUsed ? overflow.PeakFollowed() : peakUsed;
+  stats.peakChunksNeededAtMost = overflow.PeakAtMost() > stats.peakChunksNeeded
+                                     ? overflow.PeakAtMost()
+                                     : stats.peakChunksNeeded;
   if (view.Classes().Table() == 0) {
     return;
   }

@@ -8,6 +8,7 @@
 #include "heap/carve_record.h"
 #include "heap/class_lists.h"
 #include "heap/free_chunk_list.h"
+#include "heap/overflow_tally.h"
 #include "heap/pool_counters.h"
 #include "heap/pool_geometry.h"
 #include "heap/release_window.h"
@@ -29,6 +30,7 @@ class PoolView {
   const PoolCounters& Counters() const { return m_pool.m_counters; }
   const ReleaseWindow& Window() const { return m_pool.m_window; }
   bool CheckerWatches() const { return m_pool.m_checker.Active(); }
+  const OverflowTally& Overflow() const { return m_pool.m_overflow; }
 
  private:
   const Pool& m_pool;

@@ -38,6 +38,19 @@ void* ResizePooledBlock(void* pointer, size_t size) {
   return TheHeap::getInstance(true)->Resize(pointer, size);
 }
 
+bool FollowsExtraHeapBlocks() {
+  LockedPool* heap = TheHeap::getStartedInstance();
+  return heap != 0 && heap->FollowsOverflowBlocks();
+}
+
+size_t StopFollowingExtraHeapBlock(void* pointer) {
+  return TheHeap::getInstance(true)->StopFollowing(pointer);
+}
+
+void FollowMovedExtraHeapBlock(void* pointer, void* block, size_t size, size_t followed) {
+  TheHeap::getInstance(true)->FollowMoved(pointer, block, size, followed);
+}
+
 void* AllocCleared(size_t size) {
   Quendal::Heap::EnsureHeapInitialized();
   if (size == 0) {

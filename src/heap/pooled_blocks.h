@@ -37,6 +37,20 @@ QD_ALWAYS_INLINE bool ReleaseIfPooled(void* pointer) {
 // block kept, when no new block can be had.
 void* ResizePooledBlock(void* pointer, size_t size);
 
+// True once the heap counts the blocks of pooled size the extra heap holds
+// (it ran out of chunks): the drop-in then tells it of every block of the C
+// library it releases or reallocates itself, by the two calls below. No
+// lock.
+bool FollowsExtraHeapBlocks();
+
+// pointer, a block of the C library, is released or about to be moved;
+// returns the token FollowMovedExtraHeapBlock takes.
+size_t StopFollowingExtraHeapBlock(void* pointer);
+
+// The C library moved pointer to block (null when it could not), now of
+// size bytes as the heap would have been asked.
+void FollowMovedExtraHeapBlock(void* pointer, void* block, size_t size, size_t followed);
+
 // QDHeapAlloc whose block reads as zeroes; a request the pool can never
 // serve goes to the extra heap already zeroed, so that fresh pages of the C
 // library stay untouched.

@@ -9,6 +9,7 @@
 #include "malloc/block_request.h"
 #include "malloc/own_work_depth.h"
 #include "platform/c_library_heap.h"
+#include "platform/extra_heap_block_size.h"
 #include "quendal/heap.h"
 #include "util/compiler.h"
 
@@ -75,7 +76,7 @@ void* AllocateCleared(size_t count, size_t size) QD_NOTHROW {
   return block != 0 ? block : OutOfMemory();
 }
 
-void Release(void* pointer) QD_NOTHROW {
+void ReleaseForLibrary(void* pointer) QD_NOTHROW {
   if (pointer == 0) {
     return;
   }
@@ -86,6 +87,23 @@ void Release(void* pointer) QD_NOTHROW {
   // the library's own work, over-aligned blocks, blocks from before the
   // pool was built. Straight back to it, without the heap's lock.
   int saved = errno;
+  Platform::CLibraryFree(pointer);
+  errno = saved;
+}
+
+void Release(void* pointer) QD_NOTHROW {
+  if (pointer == 0) {
+    return;
+  }
+  if (Heap::ReleaseIfPooled(pointer)) {
+    return;
+  }
+  int saved = errno;
+  // Once the pool ran out, the heap counts the C library's blocks of
+  // pooled sizes that the program holds.
+  if (QD_UNLIKELY(Heap::FollowsExtraHeapBlocks())) {
+    Heap::StopFollowingExtraHeapBlock(pointer);
+  }
   Platform::CLibraryFree(pointer);
   errno = saved;
 }
@@ -101,6 +119,12 @@ void* Reallocate(void* pointer, size_t size) QD_NOTHROW {
   if (!Heap::IsPooledBlock(pointer)) {
     // A block of the C library stays there, as the heap's own reallocation
     // keeps it; the C library keeps it too when it cannot grow it.
+    if (QD_UNLIKELY(Heap::FollowsExtraHeapBlocks())) {
+      size_t followed = Heap::StopFollowingExtraHeapBlock(pointer);
+      void* block = Platform::CLibraryReAlloc(pointer, size);
+      Heap::FollowMovedExtraHeapBlock(pointer, block, BlockRequest(size), followed);
+      return block != 0 ? block : OutOfMemory();
+    }
     void* block = Platform::CLibraryReAlloc(pointer, size);
     return block != 0 ? block : OutOfMemory();
   }
@@ -118,8 +142,18 @@ void* AllocateAligned(size_t alignment, size_t size) QD_NOTHROW {
     return Allocate(size < alignment ? alignment : size);
   }
   void* block = Platform::CLibraryMemalign(alignment, size);
+  if (QD_UNLIKELY(Heap::FollowsExtraHeapBlocks())) {
+    // Counted as its release will be.
+    Heap::FollowMovedExtraHeapBlock(0, block, size, 0);
+  }
   return block != 0 ? block : OutOfMemory();
 }
 
 }  // namespace DropIn
+
+// The extra heap's blocks are the C library's: they tell their size.
+size_t Platform::ExtraHeapBlockSize(const void* block) {
+  return CLibraryUsableSize(const_cast<void*>(block));
+}
+
 }  // namespace Quendal

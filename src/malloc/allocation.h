@@ -27,6 +27,11 @@ void* Reallocate(void* pointer, size_t size) QD_NOTHROW;
 // errno.
 void Release(void* pointer) QD_NOTHROW;
 
+// Release for the library's own calls of free and delete, which may come
+// from inside the heap's lock (the extra heap's release): the heap's count
+// of the extra heap's blocks has seen those already.
+void ReleaseForLibrary(void* pointer) QD_NOTHROW;
+
 // memalign for an alignment that is a power of two: pool blocks serve
 // alignments up to malloc's own, the C library's allocator larger ones.
 void* AllocateAligned(size_t alignment, size_t size) QD_NOTHROW;

@@ -14,7 +14,7 @@
 #include "malloc/allocation.h"
 #include "platform/c_library_heap.h"
 
-using Quendal::DropIn::Release;
+using Quendal::DropIn::ReleaseForLibrary;
 using Quendal::Platform::CLibraryCalloc;
 using Quendal::Platform::CLibraryMalloc;
 using Quendal::Platform::CLibraryReAlloc;
@@ -78,7 +78,7 @@ void* WrappedRealloc(void* pointer, size_t size) {
 }
 
 void WrappedFree(void* pointer) {
-  Release(pointer);
+  ReleaseForLibrary(pointer);
 }
 
 void* WrappedNew(size_t size) {
@@ -98,17 +98,17 @@ void* WrappedNewArrayNoThrow(size_t size, const std::nothrow_t&) {
 }
 
 void WrappedDelete(void* pointer) {
-  Release(pointer);
+  ReleaseForLibrary(pointer);
 }
 
 void WrappedDeleteArray(void* pointer) {
-  Release(pointer);
+  ReleaseForLibrary(pointer);
 }
 
 void WrappedSizedDelete(void* pointer, size_t) {
-  Release(pointer);
+  ReleaseForLibrary(pointer);
 }
 
 void WrappedSizedDeleteArray(void* pointer, size_t) {
-  Release(pointer);
+  ReleaseForLibrary(pointer);
 }

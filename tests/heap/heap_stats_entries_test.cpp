@@ -128,10 +128,17 @@ TEST_F(HeapStatsEntriesTest, ASmallPoolExhaustedThroughTheEntries) {
   EXPECT_EQ(stats.freeChunks, blocks.size());
   EXPECT_EQ(stats.lowestFreeChunks, 0u);
 
+  EXPECT_EQ(stats.extraHeapBlocks, 0u);
+  EXPECT_EQ(stats.unfollowedBlocks, 0u);
+  EXPECT_EQ(stats.peakChunksNeeded, blocks.size() + 1);
+  EXPECT_EQ(stats.peakChunksNeededAtMost, blocks.size() + 1);
+
+  // The block the extra heap took would have needed a chunk of its own.
   std::string text = WrittenText();
   ASSERT_GT(text.size(), 2u);
   EXPECT_EQ(text.substr(text.rfind('\n', text.size() - 2) + 1),
-            "CHUNKS 4 would have held the peak of this run\n")
+            "CHUNKS " + std::to_string(blocks.size() + 1 + (stats.lostChunks != 0 ? 1 : 0)) +
+                " would have held the peak of this run, by estimate: the pool ran out of chunks\n")
       << text;
 }
 
@@ -182,6 +189,32 @@ TEST_F(HeapStatsEntriesTest, AShorterStructureGetsOnlyTheLeadingFields) {
   EXPECT_EQ(stats.largeRequests, 0u);
   EXPECT_EQ(stats.classCount, 0u);
   EXPECT_TRUE(Untouched(stats.classes, sizeof stats.classes));
+  QDHeapFree(block);
+}
+
+// A structure that ends with the class entries, as before the sizing
+// estimate's fields, gets every class and none of those fields.
+TEST_F(HeapStatsEntriesTest, AStructureEndingAtTheClassesGetsNoneOfTheLaterFields) {
+  void* block = QDHeapAlloc(8);
+  QDHeapStats stats = Marked(offsetof(QDHeapStats, extraHeapBlocks));
+  ASSERT_EQ(QDHeapGetStats(&stats), QD_HEAP_STATS_OK);
+  EXPECT_EQ(stats.classCount, 128u);
+  EXPECT_EQ(stats.classes[127].blockSize, 1024u);
+  EXPECT_TRUE(
+      Untouched(&stats.extraHeapBlocks, sizeof stats - offsetof(QDHeapStats, extraHeapBlocks)));
+
+  // Room for two of them: those two.
+  stats = Marked(offsetof(QDHeapStats, peakChunksNeeded) + 3);
+  ASSERT_EQ(QDHeapGetStats(&stats), QD_HEAP_STATS_OK);
+  EXPECT_EQ(stats.extraHeapBlocks, 0u);
+  EXPECT_EQ(stats.unfollowedBlocks, 0u);
+  EXPECT_TRUE(
+      Untouched(&stats.peakChunksNeeded, sizeof stats - offsetof(QDHeapStats, peakChunksNeeded)));
+
+  stats = Marked(sizeof(QDHeapStats));
+  ASSERT_EQ(QDHeapGetStats(&stats), QD_HEAP_STATS_OK);
+  EXPECT_EQ(stats.peakChunksNeeded, 1u);
+  EXPECT_EQ(stats.peakChunksNeededAtMost, 1u);
   QDHeapFree(block);
 }
 
@@ -287,9 +320,12 @@ TEST_P(HeapStatsOfExtremeChunksTest, EveryFigureAndTheTextMatchTheChunksThePoolH
             std::string::npos)
       << text;
   EXPECT_NE(text.find("the pool ran out of chunks"), std::string::npos) << text;
+  // The 1024-byte block the extra heap took fills a chunk of its own.
+  EXPECT_EQ(after.extraHeapBlocks, 1u);
+  EXPECT_EQ(after.peakChunksNeeded, chunks + 1);
   EXPECT_EQ(text.substr(text.rfind('\n', text.size() - 2) + 1),
-            "CHUNKS " + std::to_string(chunks + (lost != 0 ? 1 : 0)) +
-                " would have held the peak of this run\n")
+            "CHUNKS " + std::to_string(chunks + 1 + (lost != 0 ? 1 : 0)) +
+                " would have held the peak of this run, by estimate: the pool ran out of chunks\n")
       << text;
 
   for (void* pooled : blocks) {

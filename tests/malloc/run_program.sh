@@ -14,11 +14,17 @@
 # line. --require-stats fails the test when no process wrote any, that is
 # when the drop-in was not loaded.
 #
+# --write-estimate FILE writes to FILE the largest CHUNKS that the sizing
+# lines of the pool program's statistics give (the value to try where a line
+# gives only a lower bound); --chunks-from FILE reads N from such a file, so
+# that one test's run sizes another's pool.
+#
 # In the command, @WORK@ stands for a scratch directory of the test.
 #
-# usage: run_program.sh --preload LIBRARY [--chunks N] [--pool-program PATH]
-#          [--stats-name NAME] [--require-stats] [--stdin FILE]
-#          [--env NAME=VALUE]... -- COMMAND [ARG]...
+# usage: run_program.sh --preload LIBRARY [--chunks N | --chunks-from FILE]
+#          [--write-estimate FILE] [--pool-program PATH] [--stats-name NAME]
+#          [--require-stats] [--stdin FILE] [--env NAME=VALUE]...
+#          -- COMMAND [ARG]...
 set -u -o pipefail
 
 fail() {
@@ -28,6 +34,7 @@ fail() {
 
 preload=
 chunks=
+estimate_file=
 pool_program=
 own_program=0
 stats_name=run
@@ -38,6 +45,11 @@ while [ $# -gt 0 ]; do
   case $1 in
     --preload) preload=$2; shift 2 ;;
     --chunks) chunks=$2; shift 2 ;;
+    --chunks-from)
+      [ -s "$2" ] || fail "no CHUNKS to read in $2: did the run that writes it fail?"
+      chunks=$(cat "$2")
+      shift 2 ;;
+    --write-estimate) estimate_file=$2; shift 2 ;;
     --pool-program) pool_program=$2; shift 2 ;;
     --stats-name) stats_name=$2; shift 2 ;;
     --require-stats) require_stats=1; shift ;;
@@ -125,13 +137,26 @@ fi
 shopt -s nullglob
 all_stats=("$work"/stats/*)
 for file in "${all_stats[@]}"; do
-  grep -E "to the extra heap:|would have held the peak" "$file" | sed "s|^|$(basename "$file"): |"
+  grep -E "to the extra heap:|^CHUNKS " "$file" | sed "s|^|$(basename "$file"): |"
 done
 if [ ${#all_stats[@]} -eq 0 ]; then
   echo "no heap statistics were written"
   if [ "$require_stats" -eq 1 ]; then
     echo "FAIL: no process wrote heap statistics: the drop-in was not loaded" >&2
     failed=1
+  fi
+fi
+
+if [ -n "$estimate_file" ]; then
+  # The second word of the sizing line is the value to give CHUNKS.
+  estimate=$(cat "$work/stats/$stats_name".* 2>/dev/null | sed -n 's/^CHUNKS \([0-9][0-9]*\) .*/\1/p' |
+    sort -n | tail -n 1)
+  if [ -z "$estimate" ]; then
+    echo "FAIL: no sizing line in the statistics named $stats_name.<pid>" >&2
+    failed=1
+  else
+    echo "estimate: CHUNKS $estimate, written to $estimate_file"
+    printf '%s\n' "$estimate" >"$estimate_file"
   fi
 fi
 
