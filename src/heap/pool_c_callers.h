@@ -66,7 +66,7 @@ class PoolForCCallers {
   // The C library reallocated pointer, which StopFollowing said followed
   // of, to block of size bytes (null when it could not).
   static void FollowMoved(Pool& pool, void* pointer, void* block, size_t size, size_t followed) {
-    pool.FollowMovedOverflowBlock(pointer, block, size, followed);
+    pool.FollowMovedOverflowBlock(reinterpret_cast<uintptr_t>(pointer), block, size, followed);
   }
 };
 

@@ -225,7 +225,7 @@ class ConfigPoolChunkAllocator {
     return m_overflow.Forget(pointer, OverflowBlockSize<OverflowHeap>::Of(pointer));
   }
   void* ReAllocOutsideSegment(void* pointer, size_t size);
-  void FollowMovedOverflowBlock(void* pointer, void* block, size_t size, size_t followed);
+  void FollowMovedOverflowBlock(uintptr_t pointer, void* block, size_t size, size_t followed);
   void* AllocFromClass(size_t size);
   ChunkHeader* AssignFreeChunk(size_t index, uint32_t blockSize);
   ChunkHeader* ReadoptDeferredChunk(size_t index, uint32_t blockSize);
@@ -671,8 +671,11 @@ template <class SegmentHeap, class OverflowHeap, class Shortcuts>
 void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReAllocOutsideSegment(
     void* pointer, size_t size) {
   size_t followed = ForgetOverflowBlock(pointer);
+  // The old address as a number: only a failed move reads it again, where
+  // the block is still there.
+  uintptr_t address = reinterpret_cast<uintptr_t>(pointer);
   void* block = OverflowHeap::ReAlloc(pointer, size);
-  FollowMovedOverflowBlock(pointer, block, size, followed);
+  FollowMovedOverflowBlock(address, block, size, followed);
   return block;
 }
 
@@ -683,13 +686,13 @@ void* ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReAllocOut
 // whatever it was before, as its release will.
 template <class SegmentHeap, class OverflowHeap, class Shortcuts>
 void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::FollowMovedOverflowBlock(
-    void* pointer, void* block, size_t size, size_t followed) {
+    uintptr_t pointer, void* block, size_t size, size_t followed) {
   if (block != 0) {
     if ((followed != 0 || m_overflow.CountsBySize()) && m_geometry.IsPooledSize(size)) {
       FollowOverflowBlock(block, size, followed == 0);
     }
   } else if (size != 0 && followed != 0) {
-    FollowOverflowBlock(pointer, followed * kClassGranule);
+    FollowOverflowBlock(reinterpret_cast<const void*>(pointer), followed * kClassGranule);
   }
 }
 
