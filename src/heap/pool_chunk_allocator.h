@@ -276,6 +276,15 @@ class ConfigPoolChunkAllocator {
            index < m_geometry.classCount && m_carved.ReadsAsCarved(chunk, blockSize) &&
            m_classes.HoldsOnlyAtTail(index, chunk);
   }
+  // A release left the chunk without a block in use: parked as the
+  // deferred chunk when it may be, else returned.
+  QD_ALWAYS_INLINE void ChunkEmptied(size_t index, ChunkHeader* chunk, uint32_t blockSize) {
+    if (CanPark(index, chunk, blockSize)) {
+      m_free.Defer(chunk, index, true);
+      return;
+    }
+    ReturnChunk(chunk, index);
+  }
   QD_NOINLINE void ReturnChunk(ChunkHeader* chunk, size_t index);
   void DeferReturn(ChunkHeader* chunk, size_t index);
 
@@ -509,11 +518,7 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReleaseAtEd
   if (blockSize == 0) {
     return;
   }
-  if (CanPark(index, chunk, blockSize)) {
-    m_free.Defer(chunk, index, true);
-    return;
-  }
-  ReturnChunk(chunk, index);
+  ChunkEmptied(index, chunk, blockSize);
 }
 
 // A release inside the window into a full chunk with blocks used: the chunk
@@ -538,11 +543,7 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReleaseInto
   if (usedBlocks != 0) {
     return;
   }
-  if (CanPark(index, chunk, blockSize)) {
-    m_free.Defer(chunk, index, true);
-    return;
-  }
-  ReturnChunk(chunk, index);
+  ChunkEmptied(index, chunk, blockSize);
 }
 
 // Any release into the segment: push the block; a chunk that was full joins
@@ -582,11 +583,7 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::Release(voi
   if (QD_LIKELY(usedBlocks != 0) || blockSize == 0) {
     return;
   }
-  if (CanPark(index, chunk, blockSize)) {
-    m_free.Defer(chunk, index, true);
-    return;
-  }
-  ReturnChunk(chunk, index);
+  ChunkEmptied(index, chunk, blockSize);
 }
 
 // Release's link write, seen by a checker: the block leaves the program
