@@ -1,4 +1,6 @@
-// Compiles every member of the QNX FastLock on the build machine.
+// Compiles every member of the QNX FastLock, and the heap's lock over it, on
+// the build machine.
+#include "heap/biased_lock.h"
 #include "platform/fast_lock.h"
 
 void QuendalQnxFastLockCompiles() {
@@ -7,4 +9,9 @@ void QuendalQnxFastLockCompiles() {
   lock.Unlock();
   lock.Lock();
   lock.ReleaseInChild();
+  static Quendal::Heap::BiasedLock biased;
+  biased.Leave(biased.Enter());
+  biased.Leave(biased.EnterForFork());
+  biased.EnterForFork();
+  biased.ReleaseInChild();
 }
