@@ -49,7 +49,9 @@ struct Shared {
   long handOvers = 0;
   long biasedEntries = 0;
   long rounds = 0;
-  std::atomic<int> ready{0};
+  // Who entered last and how many threads still count, for the turns.
+  std::atomic<uintptr_t> latest{0};
+  std::atomic<int> active{0};
 };
 
 struct Worker {
@@ -66,6 +68,18 @@ unsigned NextRandom(unsigned& seed) {
 void PauseFor(unsigned pauses) {
   for (unsigned k = 0; k < pauses; ++k) {
     Quendal::Platform::PauseProcessor();
+  }
+}
+
+void WaitForAnotherThread(Shared& shared, uintptr_t self) {
+  for (unsigned look = 0; shared.latest.load(std::memory_order_relaxed) == self &&
+                          shared.active.load(std::memory_order_relaxed) > 1;
+       ++look) {
+    if (look % 64 == 63) {
+      sched_yield();
+    } else {
+      Quendal::Platform::PauseProcessor();
+    }
   }
 }
 
@@ -96,20 +110,27 @@ void* CountWhileTheBiasMoves(void* argument) {
     }
     shared.counter = seen + 1;
     --shared.inside;
+    shared.latest.store(worker->self, std::memory_order_relaxed);
     shared.lock.Leave(token);
-    // Random pauses outside, so that the hands change at every length of
-    // run.
+    // After a run of 1 to 8 entries the thread waits for another one to
+    // enter, so that the hands change all the time even where the threads
+    // rarely run side by side; random pauses outside vary the moment.
     draw = NextRandom(seed);
     if (draw % 16 == 0) {
       PauseFor(draw % 64);
     }
+    if (draw % 8 == 0) {
+      WaitForAnotherThread(shared, worker->self);
+    }
   }
+  shared.active.fetch_sub(1);
   return nullptr;
 }
 
 void CountWithThreads(int threads, long rounds, uint32_t firstRun, uint32_t maxRun) {
   Shared shared(firstRun, maxRun);
   shared.rounds = rounds;
+  shared.active.store(threads);
   std::vector<Worker> workers(threads);
   std::vector<pthread_t> ids(threads);
   for (int index = 0; index < threads; ++index) {
@@ -135,20 +156,20 @@ void CountWithThreads(int threads, long rounds, uint32_t firstRun, uint32_t maxR
 // Every change of hands gives the bias to the new holder on its leave, so
 // the next other thread revokes it.
 TEST(BiasedLockTest, TwoThreadsLoseNoIncrementWhileTheBiasMovesOnEveryChange) {
-  CountWithThreads(2, Scaled(1500000), 1, 1);
+  CountWithThreads(2, Scaled(600000), 1, 1);
 }
 
 TEST(BiasedLockTest, FourThreadsLoseNoIncrementWhileTheBiasMovesOnEveryChange) {
-  CountWithThreads(4, Scaled(600000), 1, 1);
+  CountWithThreads(4, Scaled(250000), 1, 1);
 }
 
 TEST(BiasedLockTest, EightThreadsLoseNoIncrementWhileTheBiasMovesOnEveryChange) {
-  CountWithThreads(8, Scaled(250000), 1, 1);
+  CountWithThreads(8, Scaled(120000), 1, 1);
 }
 
 // The heap's own policy: biased in runs, backing off after revocations.
 TEST(BiasedLockTest, ThreadsLoseNoIncrementUnderTheHeapsPolicy) {
-  CountWithThreads(3, Scaled(2000000), 64, 1 << 16);
+  CountWithThreads(3, Scaled(300000), 64, 1 << 16);
 }
 
 struct Exiting {
