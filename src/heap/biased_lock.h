@@ -44,7 +44,10 @@
 // above. A thread that is not running when R fences has passed a full
 // barrier when it was switched out. The light fence keeps the compiler
 // from moving O's accesses across these points; the processor's ordering is
-// the heavy fence's work.
+// the heavy fence's work. O's release store of busy = 0 orders its section
+// before R's acquire load that sees it (a plain store on x86, one-way on
+// 64-bit ARM; on 32-bit ARM it costs a barrier, which a second heavy fence
+// per revocation could replace).
 //
 // A thread that read bias == r long ago and was held up before its store
 // can wake after r was revoked and even after the bias went to another
@@ -135,6 +138,9 @@ class BiasedLock {
     if (record != &m_unbiased) {
       Revoke(record, Platform::CurrentThreadPointer());
     }
+    // Fork ends any run, so its Leave gives no bias.
+    m_holder = 0;
+    m_run = 0;
     return kFastLockTaken;
   }
 
@@ -199,8 +205,11 @@ class BiasedLock {
     return kFastLockTaken;
   }
 
+  // The bias goes to the thread that leaves, never to another: only its
+  // own program order, not the release of the FastLock, carries what
+  // happened under the lock to its biased entries.
   QD_NOINLINE void LeaveSlowly() {
-    if (m_run >= m_runNeeded) {
+    if (m_run >= m_runNeeded && m_holder == Platform::CurrentThreadPointer()) {
       GiveBiasToHolder();
     }
     m_lock.Unlock();

@@ -20,11 +20,11 @@ namespace {
 
 using Quendal::Heap::BiasedLock;
 
-// The emulated 32-bit configurations run about ten times slower, the
+// The emulated 32-bit configurations run ten to thirty times slower, the
 // sanitizers a few times: they count fewer rounds.
 long Scaled(long rounds) {
   if (getenv("QUENDAL_TEST_EMULATOR") != nullptr) {
-    rounds /= 10;
+    rounds /= 25;
   }
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   rounds /= 4;
