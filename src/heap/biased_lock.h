@@ -242,6 +242,10 @@ class BiasedLock {
       m_runNeeded = m_maxRun;
       return;
     }
+    // Another thread already waits: it would revoke the bias at once.
+    if (m_lock.HasWaiters()) {
+      return;
+    }
     Record* record = RecordOf(m_holder);
     if (record == 0) {
       return;

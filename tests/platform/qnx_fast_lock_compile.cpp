@@ -8,6 +8,7 @@ void QuendalQnxFastLockCompiles() {
   lock.Lock();
   lock.Unlock();
   lock.Lock();
+  static_cast<void>(lock.HasWaiters());
   lock.ReleaseInChild();
   static Quendal::Heap::BiasedLock biased;
   biased.Leave(biased.Enter());

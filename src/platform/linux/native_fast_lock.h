@@ -32,7 +32,7 @@ namespace Platform {
 
 class FastLock {
  public:
-  FastLock() : m_state(0) {}
+  FastLock() : m_state(0), m_handOffAt(0) {}
 
   inline __attribute__((always_inline)) void Lock() {
     int expected = 0;
@@ -53,6 +53,10 @@ class FastLock {
     }
     UnlockContended();
   }
+
+  // Whether some thread sleeps on the lock or starves for it; for its
+  // holder, which sees other waiters only while they look.
+  bool HasWaiters() const { return __atomic_load_n(&m_state, __ATOMIC_RELAXED) != kLocked; }
 
   // The child of fork has only the forking thread, so nobody sleeps on the
   // word or starves for it, and there is nobody to wake.
@@ -78,6 +82,7 @@ class FastLock {
   // starving waiter looks at the word every kStarvingDelay pauses for
   // kStarvingSpins looks (tens of microseconds), then sleeps.
   static const uint64_t kStarvationNs = 1000;
+  static const uint32_t kStaleHandOffUs = 50;
   enum { kStarvingDelay = 8, kStarvingSpins = 256 };
 
   // Takes the lock if state lets this waiter: a free lock, or a hand-over
@@ -87,7 +92,7 @@ class FastLock {
     int desired;
     if ((state & kLocked) == 0) {
       desired = state | kLocked | sleptMark;
-    } else if (starving && (state & kHandOff) != 0) {
+    } else if ((state & kHandOff) != 0 && (starving || HandOffIsStale())) {
       desired = (state & ~kHandOff) | sleptMark;
     } else {
       return false;
@@ -169,8 +174,21 @@ class FastLock {
     syscall(SYS_futex, &m_state, FUTEX_WAIT_PRIVATE, state | kSleepers, 0, 0, 0);
   }
 
+  // A hand-over nobody claimed for kStaleHandOffNs: its starving waiter was
+  // switched out while it looked, and any waiter may take the lock rather
+  // than wait for it to run again. It stays counted and starving.
+  bool HandOffIsStale() const {
+    return Microseconds() - __atomic_load_n(&m_handOffAt, __ATOMIC_RELAXED) >= kStaleHandOffUs;
+  }
+
+  // Wraps every 71 minutes, harmlessly for differences of microseconds.
+  static uint32_t Microseconds() { return static_cast<uint32_t>(MonotonicNanoseconds() / 1000); }
+
   __attribute__((noinline)) void UnlockContended() {
     int state = __atomic_load_n(&m_state, __ATOMIC_RELAXED);
+    if (state >= kStarving) {
+      __atomic_store_n(&m_handOffAt, Microseconds(), __ATOMIC_RELAXED);
+    }
     for (;;) {
       // The lock stays marked locked: its next holder is a starving waiter.
       int desired = state >= kStarving ? state | kHandOff : 0;
@@ -188,6 +206,8 @@ class FastLock {
   FastLock& operator=(const FastLock&);
 
   int m_state;
+  // When the last hand-over was made.
+  uint32_t m_handOffAt;
 };
 
 }  // namespace Platform
