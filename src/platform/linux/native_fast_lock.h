@@ -74,7 +74,7 @@ class FastLock {
   // threads busy on the heap would hand the line to and fro on each call
   // (measured: 0.17 of one thread's throughput with a tight spin, 0.93 with
   // these pauses; docs/BENCHMARKS.md).
-  enum { kProbes = 16, kMaxDelay = 256 };
+  enum { kProbes = 16, kMaxDelay = 256, kUntimedProbes = 4 };
   // Some ten critical sections of the heap: busy threads still mostly take
   // the lock as it comes, and a waiter's delay stays near the bound (with a
   // second thread hammering the heap, the 99th percentile of a call was
@@ -113,7 +113,9 @@ class FastLock {
   // hand-over waits for it, then sleeps as the others do until a release
   // wakes it.
   __attribute__((noinline)) void LockContended() {
-    uint64_t start = MonotonicNanoseconds();
+    // Most waits end within the first few looks; the clock, which costs
+    // about a critical section to read, starts after them.
+    uint64_t start = 0;
     bool starving = false;
     int sleptMark = 0;
     unsigned delay = 1;
@@ -125,7 +127,10 @@ class FastLock {
         return;
       }
       if (!starving) {
-        if (MonotonicNanoseconds() - start >= kStarvationNs) {
+        if (probes == kUntimedProbes && start == 0) {
+          start = MonotonicNanoseconds();
+        }
+        if (start != 0 && MonotonicNanoseconds() - start >= kStarvationNs) {
           __atomic_add_fetch(&m_state, kStarving, __ATOMIC_RELAXED);
           starving = true;
           spins = 0;
@@ -134,7 +139,7 @@ class FastLock {
           // pauses do not overshoot the bound.
           for (unsigned k = 0; k < delay; ++k) {
             PauseProcessor();
-            if ((k & 31) == 31 && MonotonicNanoseconds() - start >= kStarvationNs) {
+            if ((k & 31) == 31 && start != 0 && MonotonicNanoseconds() - start >= kStarvationNs) {
               break;
             }
           }
