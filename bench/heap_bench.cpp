@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "bench_workloads.h"
+#include "heap/biased_lock.h"
 #include "heap_api.h"
 
 namespace QuendalBench {
@@ -193,29 +194,20 @@ void ThreadedWarmPair(benchmark::State& state) {
 }
 
 // What one lock costs a pair by itself: a heap whose allocation and release
-// do nothing but take and release an uncontended lock word the way the
-// heap's lock does (a compare-and-swap, then an exchange). Its ratio to the
-// C library's pair is the floor of any heap that takes one lock per call.
+// do nothing but enter and leave a lock of the heap's kind (its own, so the
+// heap's state plays no part). Its ratio to the C library's pair is the
+// floor of any heap that takes one lock per call.
 struct LockOnlyHeap {
   static constexpr const char* kName = "QD";
-  static int word;
+  static Quendal::Heap::BiasedLock lock;
   static char block[16];
-  static void Lock() {
-    int expected = 0;
-    __atomic_compare_exchange_n(&word, &expected, 1, false, __ATOMIC_ACQUIRE, __ATOMIC_RELAXED);
-  }
-  static void Unlock() { __atomic_exchange_n(&word, 0, __ATOMIC_RELEASE); }
   static void* Alloc(size_t) {
-    Lock();
-    Unlock();
+    lock.Leave(lock.Enter());
     return block;
   }
-  static void Free(void*) {
-    Lock();
-    Unlock();
-  }
+  static void Free(void*) { lock.Leave(lock.Enter()); }
 };
-int LockOnlyHeap::word = 0;
+Quendal::Heap::BiasedLock LockOnlyHeap::lock;
 char LockOnlyHeap::block[16];
 
 template <class Heap>

@@ -2,7 +2,7 @@
 #ifndef QUENDAL_HEAP_HEAP_MUTEX_H
 #define QUENDAL_HEAP_HEAP_MUTEX_H
 
-#include "platform/fast_lock.h"
+#include "heap/biased_lock.h"
 #include "platform/fork_guard.h"
 #include "util/compiler.h"
 
@@ -15,24 +15,34 @@ namespace Heap {
 // another thread was inside the pool finds the pool whole and the lock free.
 class Mutex {
  public:
-  Mutex() { Platform::GuardAcrossFork(Platform::kHeapLockRank, &m_lock, &forkCalls); }
+  typedef BiasedLock::Token Token;
 
-  QD_ALWAYS_INLINE void Lock() { m_lock.Lock(); }
-  QD_ALWAYS_INLINE void Unlock() { m_lock.Unlock(); }
+  Mutex() : m_forkToken(0) { Platform::GuardAcrossFork(Platform::kHeapLockRank, this, &forkCalls); }
+
+  QD_ALWAYS_INLINE Token Enter() { return m_lock.Enter(); }
+  QD_ALWAYS_INLINE void Leave(Token token) { m_lock.Leave(token); }
+
+  BiasedLock& GetLock() { return m_lock; }
 
  private:
-  static void Acquire(void* lock) { static_cast<Platform::FastLock*>(lock)->Lock(); }
-  static void Release(void* lock) { static_cast<Platform::FastLock*>(lock)->Unlock(); }
-  static void ReleaseInChild(void* lock) {
-    static_cast<Platform::FastLock*>(lock)->ReleaseInChild();
+  // The fork guard serialises forks, so one token serves them all.
+  static void Acquire(void* mutex) {
+    Mutex* self = static_cast<Mutex*>(mutex);
+    self->m_forkToken = self->m_lock.EnterForFork();
   }
+  static void Release(void* mutex) {
+    Mutex* self = static_cast<Mutex*>(mutex);
+    self->m_lock.Leave(self->m_forkToken);
+  }
+  static void ReleaseInChild(void* mutex) { static_cast<Mutex*>(mutex)->m_lock.ReleaseInChild(); }
 
   Mutex(const Mutex&);
   Mutex& operator=(const Mutex&);
 
   static const Platform::ForkLockCalls forkCalls;
 
-  Platform::FastLock m_lock;
+  BiasedLock m_lock;
+  BiasedLock::Token m_forkToken;
 };
 
 }  // namespace Heap

@@ -1,8 +1,7 @@
 // Adds one lock around a pool: every allocation, release and reallocation,
-// including the pool's calls into its overflow heap, runs under it once the
-// process can have a second thread. Before that the lock is skipped: nothing
-// can run beside the caller, and a thread started later finds the pool as
-// the caller left it.
+// including the pool's calls into its overflow heap, runs under it. What
+// entering costs is the lock's business: nothing while the process has one
+// thread, plain stores for the thread that owns its bias (biased_lock.h).
 #ifndef QUENDAL_HEAP_LOCKED_ALLOCATOR_H
 #define QUENDAL_HEAP_LOCKED_ALLOCATOR_H
 
@@ -10,8 +9,6 @@
 #include <stdint.h>
 
 #include "heap/pool_c_callers.h"
-#include "platform/single_threaded.h"
-#include "util/compiler.h"
 
 namespace Quendal {
 namespace Heap {
@@ -30,36 +27,36 @@ class LockedAllocator {
   void Initialize() { m_pool.Initialize(); }
 
   QD_ALWAYS_INLINE void* Alloc(size_t size) {
-    bool locked = Lock();
+    typename MutexType::Token token = m_mutex.Enter();
     void* block = m_pool.Alloc(size);
-    Unlock(locked);
+    m_mutex.Leave(token);
     return block;
   }
 
   void* AllocCleared(size_t size) {
-    bool locked = Lock();
+    typename MutexType::Token token = m_mutex.Enter();
     void* block = PoolForCCallers<Pool>::AllocCleared(m_pool, size);
-    Unlock(locked);
+    m_mutex.Leave(token);
     return block;
   }
 
   QD_ALWAYS_INLINE void Free(void* pointer) {
-    bool locked = Lock();
+    typename MutexType::Token token = m_mutex.Enter();
     m_pool.Free(pointer);
-    Unlock(locked);
+    m_mutex.Leave(token);
   }
 
   void* ReAlloc(void* pointer, size_t size) {
-    bool locked = Lock();
+    typename MutexType::Token token = m_mutex.Enter();
     void* block = m_pool.ReAlloc(pointer, size);
-    Unlock(locked);
+    m_mutex.Leave(token);
     return block;
   }
 
   void* Resize(void* pointer, size_t size) {
-    bool locked = Lock();
+    typename MutexType::Token token = m_mutex.Enter();
     void* block = PoolForCCallers<Pool>::Resize(m_pool, pointer, size);
-    Unlock(locked);
+    m_mutex.Leave(token);
     return block;
   }
 
@@ -68,47 +65,31 @@ class LockedAllocator {
   bool FollowsOverflowBlocks() const { return m_pool.FollowsOverflowBlocks(); }
 
   size_t StopFollowing(void* pointer) {
-    bool locked = Lock();
+    typename MutexType::Token token = m_mutex.Enter();
     size_t followed = PoolForCCallers<Pool>::StopFollowing(m_pool, pointer);
-    Unlock(locked);
+    m_mutex.Leave(token);
     return followed;
   }
 
   void FollowMoved(void* pointer, void* block, size_t size, size_t followed) {
-    bool locked = Lock();
+    typename MutexType::Token token = m_mutex.Enter();
     PoolForCCallers<Pool>::FollowMoved(m_pool, pointer, block, size, followed);
-    Unlock(locked);
+    m_mutex.Leave(token);
   }
 
   // Calls reader(pool) under the lock, for a snapshot no other thread
   // changes while it is read.
   template <class Reader>
   void Inspect(Reader& reader) {
-    bool locked = Lock();
+    typename MutexType::Token token = m_mutex.Enter();
     reader(static_cast<const Pool&>(m_pool));
-    Unlock(locked);
+    m_mutex.Leave(token);
   }
 
   Pool& GetPool() { return m_pool; }
   MutexType& GetMutex() { return m_mutex; }
 
  private:
-  // Takes the lock unless the process is single-threaded; the answer is kept
-  // for the matching Unlock, so a call that started unlocked ends unlocked.
-  QD_ALWAYS_INLINE bool Lock() {
-    if (QD_LIKELY(Platform::IsSingleThreaded())) {
-      return false;
-    }
-    m_mutex.Lock();
-    return true;
-  }
-
-  QD_ALWAYS_INLINE void Unlock(bool locked) {
-    if (locked) {
-      m_mutex.Unlock();
-    }
-  }
-
   LockedAllocator(const LockedAllocator&);
   LockedAllocator& operator=(const LockedAllocator&);
 

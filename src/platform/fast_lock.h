@@ -7,6 +7,7 @@
 //     FastLock();            // unlocked
 //     void Lock();
 //     void Unlock();
+//     bool HasWaiters() const; // for the holder: others wait (may say false)
 //     void ReleaseInChild(); // frees it in a child forked while it was held
 //   };
 #ifndef QUENDAL_PLATFORM_FAST_LOCK_H

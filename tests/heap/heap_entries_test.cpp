@@ -157,11 +157,11 @@ bool ReturnsWhileTheLockIsHeld(void (*call)()) {
       &holderThread, nullptr,
       [](void* argument) -> void* {
         Holder* self = static_cast<Holder*>(argument);
-        self->mutex->Lock();
+        Quendal::Heap::Mutex::Token token = self->mutex->Enter();
         self->locked->store(true);
         while (!self->release->load()) {
         }
-        self->mutex->Unlock();
+        self->mutex->Leave(token);
         return nullptr;
       },
       &holder);

@@ -15,6 +15,8 @@ class FastLock {
   FastLock() { InitMutex(&m_mutex, kNormalMutex); }
   void Lock() { LockMutex(&m_mutex); }
   void Unlock() { UnlockMutex(&m_mutex); }
+  // The mutex does not tell; the heap never gives its bias on QNX anyway.
+  bool HasWaiters() const { return false; }
   // The child's only thread is the one that locked it before fork.
   void ReleaseInChild() { UnlockMutex(&m_mutex); }
 
