@@ -38,12 +38,15 @@ target_link_libraries(quendal_gtest_pch_internal PRIVATE quendal_internal_interf
 # library's inline code are then compiled once per binary, not once per file.
 # COST: roughly the seconds the binary's longest test takes under qemu; CTest
 # starts the costliest tests first, so that none is left running alone at the
-# end of a parallel run.
+# end of a parallel run. PROCESSORS: the cores each test of the binary takes.
 function(quendal_add_gtest name)
-  cmake_parse_arguments(arg "NO_MAIN" "TEST_PREFIX;COST" "SOURCES;LIBRARIES;DEFINITIONS;ENVIRONMENT"
+  cmake_parse_arguments(arg "NO_MAIN" "TEST_PREFIX;COST;PROCESSORS" "SOURCES;LIBRARIES;DEFINITIONS;ENVIRONMENT"
     ${ARGN})
   if(NOT arg_COST)
     set(arg_COST 0)
+  endif()
+  if(NOT arg_PROCESSORS)
+    set(arg_PROCESSORS 1)
   endif()
   add_executable(${name} ${arg_SOURCES})
   if(arg_NO_MAIN)
@@ -67,7 +70,7 @@ function(quendal_add_gtest name)
   endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
     TEST_PREFIX "${arg_TEST_PREFIX}"
-    PROPERTIES TIMEOUT 300 COST ${arg_COST} ENVIRONMENT "${arg_ENVIRONMENT}")
+    PROPERTIES TIMEOUT 300 COST ${arg_COST} PROCESSORS ${arg_PROCESSORS} ENVIRONMENT "${arg_ENVIRONMENT}")
 endfunction()
 
 # A program over the shared library and the gtest binary that runs it, also
