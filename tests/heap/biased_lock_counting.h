@@ -131,7 +131,7 @@ inline void* CountWhileTheBiasMoves(void* argument) {
 }
 
 inline long CountWithThreads(int threads, long rounds, uint32_t firstRun, uint32_t maxRun,
-                      bool strictTurns = false) {
+                             bool strictTurns = false) {
   Shared shared(firstRun, maxRun);
   shared.rounds = rounds;
   shared.strictTurns = strictTurns;
