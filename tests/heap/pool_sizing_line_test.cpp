@@ -12,37 +12,20 @@
 #include <string>
 #include <vector>
 
-#include "heap/heap_stats_text.h"
 #include "heap/overflow_tally.h"
 #include "heap/pool_fixture.h"
-#include "heap/pool_stats.h"
+#include "heap/pool_stats_reading.h"
 
 namespace {
 
 using namespace QuendalTest;
-using Quendal::Heap::CauseOfLostChunks;
 using Quendal::Heap::ChunksForPeak;
 using Quendal::Heap::ChunksNeeded;
 using Quendal::Heap::ChunksToTry;
 using Quendal::Heap::OverflowTally;
-using Quendal::Heap::ReadPoolStats;
-using Quendal::Heap::WriteHeapStatsText;
-
-QDHeapStats StatsOf(const TestPool& pool) {
-  QDHeapStats stats;
-  ReadPoolStats(pool, stats);
-  return stats;
-}
 
 std::string LastLineOf(const TestPool& pool) {
-  QDHeapStats stats = StatsOf(pool);
-  char* buffer = nullptr;
-  size_t length = 0;
-  FILE* stream = open_memstream(&buffer, &length);
-  WriteHeapStatsText(stream, stats, CauseOfLostChunks(pool));
-  fclose(stream);
-  std::string text(buffer, length);
-  free(buffer);
+  std::string text = StatsTextOf(pool);
   size_t start = text.rfind('\n', text.size() - 2);
   return text.substr(start + 1, text.size() - start - 2);
 }

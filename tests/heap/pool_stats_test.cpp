@@ -14,35 +14,18 @@
 
 #include "heap/heap_stats_text.h"
 #include "heap/pool_fixture.h"
-#include "heap/pool_stats.h"
+#include "heap/pool_stats_reading.h"
 
 namespace {
 
 using namespace QuendalTest;
-using Quendal::Heap::CauseOfLostChunks;
 using Quendal::Heap::ChunksForPeak;
-using Quendal::Heap::ReadPoolStats;
-using Quendal::Heap::WriteHeapStatsText;
 
 class PoolStatsTest : public PoolTest {
  protected:
-  QDHeapStats Stats() {
-    QDHeapStats stats;
-    ReadPoolStats(pool, stats);
-    return stats;
-  }
+  QDHeapStats Stats() { return StatsOf(pool); }
 
-  std::string Text() {
-    QDHeapStats stats = Stats();
-    char* buffer = nullptr;
-    size_t length = 0;
-    FILE* stream = open_memstream(&buffer, &length);
-    WriteHeapStatsText(stream, stats, CauseOfLostChunks(pool));
-    fclose(stream);
-    std::string text(buffer, length);
-    free(buffer);
-    return text;
-  }
+  std::string Text() { return StatsTextOf(pool); }
 
   static std::string LastLine(const std::string& text) {
     size_t end = text.size() - 1;
