@@ -268,6 +268,21 @@ class ConfigPoolChunkAllocator {
   QD_NOINLINE void ReleaseAtEdge(void* pointer, ChunkHeader* chunk, uint16_t usedBlocks,
                                  void* firstFree);
   QD_NOINLINE void ReleaseIntoFullChunk(void* pointer, ChunkHeader* chunk, uint16_t usedBlocks);
+  // Puts a released block of the window at the head of its chunk's free
+  // list, firstFree after it, and leaves usedBlocks handed out; returns
+  // the class of the chunk's blockSize.
+  QD_ALWAYS_INLINE size_t GiveBlockBackInWindow(void* pointer, ChunkHeader* chunk, void* firstFree,
+                                                uint16_t usedBlocks, uint32_t blockSize) {
+    if (Shortcuts::kCarveRecord) {
+      m_carved.BlockGivenBack(chunk, pointer, firstFree);
+    }
+    SetNextFreeBlock(pointer, firstFree);
+    chunk->freeBlocks = pointer;
+    chunk->usedBlocks = usedBlocks;
+    size_t index = ClassIndex(blockSize);
+    m_counters.BlockGivenBack(index);
+    return index;
+  }
   QD_NOINLINE void PushReleasedBlock(void* pointer, void* firstFree, uint32_t blockSize);
   // True when the emptied chunk, with no other return deferred, may be
   // parked (deferred_chunk_return.h).
@@ -480,14 +495,8 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReleaseInWi
     ReleaseAtEdge(pointer, chunk, usedBlocks, firstFree);
     return;
   }
-  uint32_t blockSize = chunk->blockSize;
-  if (Shortcuts::kCarveRecord) {
-    m_carved.BlockGivenBack(chunk, pointer, firstFree);
-  }
-  SetNextFreeBlock(pointer, firstFree);
-  chunk->freeBlocks = pointer;
-  chunk->usedBlocks = static_cast<uint16_t>(usedBlocks - 1);
-  m_counters.BlockGivenBack(ClassIndex(blockSize));
+  GiveBlockBackInWindow(pointer, chunk, firstFree, static_cast<uint16_t>(usedBlocks - 1),
+                        chunk->blockSize);
 }
 
 // A release inside the window that ReleaseInWindow does not take. The lone
@@ -507,14 +516,7 @@ void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReleaseAtEd
     return;
   }
   uint32_t blockSize = chunk->blockSize;
-  if (Shortcuts::kCarveRecord) {
-    m_carved.BlockGivenBack(chunk, pointer, firstFree);
-  }
-  SetNextFreeBlock(pointer, firstFree);
-  chunk->freeBlocks = pointer;
-  chunk->usedBlocks = 0;
-  size_t index = ClassIndex(blockSize);
-  m_counters.BlockGivenBack(index);
+  size_t index = GiveBlockBackInWindow(pointer, chunk, firstFree, 0, blockSize);
   if (blockSize == 0) {
     return;
   }
@@ -527,15 +529,8 @@ template <class SegmentHeap, class OverflowHeap, class Shortcuts>
 void ConfigPoolChunkAllocator<SegmentHeap, OverflowHeap, Shortcuts>::ReleaseIntoFullChunk(
     void* pointer, ChunkHeader* chunk, uint16_t usedBlocks) {
   uint32_t blockSize = chunk->blockSize;
-  if (Shortcuts::kCarveRecord) {
-    m_carved.BlockGivenBack(chunk, pointer, 0);
-  }
-  SetNextFreeBlock(pointer, 0);
-  chunk->freeBlocks = pointer;
   --usedBlocks;
-  chunk->usedBlocks = usedBlocks;
-  size_t index = ClassIndex(blockSize);
-  m_counters.BlockGivenBack(index);
+  size_t index = GiveBlockBackInWindow(pointer, chunk, 0, usedBlocks, blockSize);
   if (blockSize == 0) {
     return;
   }
