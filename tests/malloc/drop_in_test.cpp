@@ -318,6 +318,41 @@ TEST(DropIn, StatisticsAtExitSayThatChunksIsAboveThePoolsLimit) {
       << text.str();
 }
 
+// The pool keeps the small blocks away from the C library's heap, so
+// nothing pins its top: the drop-in has it keep large blocks in the heap and
+// their memory at its top once released, where glibc on its own maps such a
+// block and unmaps it when it is freed.
+TEST(DropIn, TheCLibraryKeepsTheMemoryOfAReleasedLargeBlock) {
+  QuendalTest::RunOptions options;
+  options.preload = QUENDAL_DROP_IN_LIBRARY;
+  QuendalTest::ProgramResult dropIn =
+      QuendalTest::RunProgram(QUENDAL_LARGE_BLOCK_PROGRAM, {}, options);
+  ASSERT_TRUE(dropIn.exited);
+  EXPECT_EQ(dropIn.exitCode, 0);
+  EXPECT_EQ(dropIn.output, "kept\n");
+  QuendalTest::ProgramResult plain = QuendalTest::RunProgram(QUENDAL_LARGE_BLOCK_PROGRAM, {});
+  ASSERT_TRUE(plain.exited);
+  EXPECT_EQ(plain.output, "returned\n");
+}
+
+// A user's own settings of the C library's allocator stay in force.
+TEST(DropIn, TheUsersSettingsOfTheCLibrarysHeapStay) {
+  QuendalTest::RunOptions options;
+  options.preload = QUENDAL_DROP_IN_LIBRARY;
+  ASSERT_EQ(setenv("GLIBC_TUNABLES", "glibc.malloc.mmap_threshold=131072", 1), 0);
+  QuendalTest::ProgramResult tunable =
+      QuendalTest::RunProgram(QUENDAL_LARGE_BLOCK_PROGRAM, {}, options);
+  unsetenv("GLIBC_TUNABLES");
+  ASSERT_TRUE(tunable.exited);
+  EXPECT_EQ(tunable.output, "returned\n");
+  ASSERT_EQ(setenv("MALLOC_TRIM_THRESHOLD_", "131072", 1), 0);
+  QuendalTest::ProgramResult variable =
+      QuendalTest::RunProgram(QUENDAL_LARGE_BLOCK_PROGRAM, {}, options);
+  unsetenv("MALLOC_TRIM_THRESHOLD_");
+  ASSERT_TRUE(variable.exited);
+  EXPECT_EQ(variable.output, "returned\n");
+}
+
 // The first malloc of a program that preloads the drop-in reads the ".mem"
 // beside it before main. A FIFO under that name, which nobody writes to,
 // must count as no file instead of blocking the program for ever.
