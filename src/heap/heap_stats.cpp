@@ -4,6 +4,7 @@
 
 #include "heap/heap_init.h"
 #include "heap/heap_stats_text.h"
+#include "heap/pool_geometry.h"
 #include "heap/pool_stats.h"
 #include "heap/the_heap.h"
 #include "quendal/heap.h"
@@ -98,20 +99,25 @@ void WriteHeapStatsText(FILE* stream, const QDHeapStats& stats, LostChunksCause 
   unsigned long chunkCount = static_cast<unsigned long>(stats.chunkCount);
   unsigned long chunkSize = static_cast<unsigned long>(stats.chunkSize);
   unsigned long lost = static_cast<unsigned long>(stats.lostChunks);
+  unsigned long limit = static_cast<unsigned long>(ChunkLimit(stats.chunkSize));
   fprintf(stream, "libQuendal heap statistics\n");
   if (cause == kLostWithoutSegment) {
-    fprintf(stream,
-            "chunks:           %lu of %lu bytes, %lu of them lost: the pool has no segment\n",
+    fprintf(stream, "chunks:           %lu of %lu bytes, %lu of them lost: the pool has no segment",
             chunkCount, chunkSize, lost);
   } else if (cause == kLostToSegmentSize) {
     fprintf(stream,
-            "chunks:           %lu of %lu bytes, %lu of them lost: the segment holds only %lu\n",
+            "chunks:           %lu of %lu bytes, %lu of them lost: the segment holds only %lu",
             chunkCount, chunkSize, lost, chunkCount - lost);
   } else {
-    fprintf(stream,
-            "chunks:           %lu of %lu bytes, %lu of them lost to aligning the segment\n",
+    fprintf(stream, "chunks:           %lu of %lu bytes, %lu of them lost to aligning the segment",
             chunkCount, chunkSize, lost);
   }
+  // Past the limit the pool has far fewer chunks than CHUNKS, or none,
+  // whatever the C library grants: the count itself is what to fix.
+  if (stats.chunkCount > limit) {
+    fprintf(stream, "; CHUNKS is above the pool's limit of %lu chunks", limit);
+  }
+  fprintf(stream, "\n");
   fprintf(stream, "free chunks:      %lu now, %lu at the fewest\n",
           static_cast<unsigned long>(stats.freeChunks),
           static_cast<unsigned long>(stats.lowestFreeChunks));
@@ -140,18 +146,25 @@ void WriteHeapStatsText(FILE* stream, const QDHeapStats& stats, LostChunksCause 
   // One line, the value for CHUNKS its second word. A pool that ran out
   // adds what the extra heap held instead, as far as it was followed.
   unsigned long needed = static_cast<unsigned long>(ChunksNeeded(stats));
+  unsigned long suggested = needed;
   if (stats.exhaustedRequests == 0) {
-    fprintf(stream, "CHUNKS %lu would have held the peak of this run\n", needed);
+    fprintf(stream, "CHUNKS %lu would have held the peak of this run", needed);
   } else if (stats.unfollowedBlocks == 0) {
     fprintf(stream,
             "CHUNKS %lu would have held the peak of this run, by estimate: the pool ran out of "
-            "chunks\n",
+            "chunks",
             needed);
   } else {
+    suggested = static_cast<unsigned long>(ChunksToTry(stats));
     fprintf(stream,
-            "CHUNKS %lu to try: the pool ran out of chunks and this run needed at least %lu\n",
-            static_cast<unsigned long>(ChunksToTry(stats)), needed);
+            "CHUNKS %lu to try: the pool ran out of chunks and this run needed at least %lu",
+            suggested, needed);
   }
+  // A value past the limit would give a broken pool, not a larger one.
+  if (suggested > limit) {
+    fprintf(stream, "; that is above the pool's limit of %lu chunks", limit);
+  }
+  fprintf(stream, "\n");
 }
 
 }  // namespace Heap

@@ -14,6 +14,15 @@
 namespace Quendal {
 namespace Heap {
 
+// The largest chunk count a pool of chunkSize-byte chunks can use: its
+// segment request must stay below 2 GiB once aligning took a chunk off, and
+// the C library's segments are not chunk-aligned (an aligned one of exactly
+// this count keeps its first chunk only). A larger count builds one chunk at
+// most, or a pool of whatever its 32-bit request wrapped to.
+inline uint32_t ChunkLimit(uint32_t chunkSize) {
+  return chunkSize == 0 ? 0 : 0x80000000u / chunkSize;
+}
+
 struct PoolGeometry {
   // The smallest working pool: one 16-byte chunk serving 8-byte requests.
   // Configure replaces these in every configured process.

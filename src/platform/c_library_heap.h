@@ -20,6 +20,14 @@ void* CLibraryMemalign(size_t alignment, size_t size);
 // The usable size of a block of the C library's allocator.
 size_t CLibraryUsableSize(void* pointer);
 
+// Sets the C library's allocator up for what the drop-in leaves it: the
+// pool holds the small blocks, so its heap holds mostly large ones, and
+// without small blocks pinning its top it would give memory back and take
+// it again with nearly every large block. Called once, when the drop-in is
+// loaded; a C library without such settings, or a process whose user set
+// them, is left as it is.
+void TuneCLibraryHeapForLargeBlocks();
+
 }  // namespace Platform
 }  // namespace Quendal
 

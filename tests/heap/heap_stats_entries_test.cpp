@@ -305,17 +305,24 @@ TEST_P(HeapStatsOfExtremeChunksTest, EveryFigureAndTheTextMatchTheChunksThePoolH
   std::string text = WrittenText();
   char line[160];
   if (!segment) {
-    snprintf(line, sizeof line, "%lu of them lost: the pool has no segment\n",
+    snprintf(line, sizeof line, "%lu of them lost: the pool has no segment",
              static_cast<unsigned long>(lost));
   } else if (lost == (misaligned ? 1u : 0u)) {
-    snprintf(line, sizeof line, "%lu of them lost to aligning the segment\n",
+    snprintf(line, sizeof line, "%lu of them lost to aligning the segment",
              static_cast<unsigned long>(lost));
   } else {
-    snprintf(line, sizeof line, "%lu of them lost: the segment holds only %lu\n",
+    snprintf(line, sizeof line, "%lu of them lost: the segment holds only %lu",
              static_cast<unsigned long>(lost), static_cast<unsigned long>(chunks));
   }
+  // A segment request of 2 GiB or more, once aligning took a chunk off, is
+  // past the pool's limit, and the line says so.
+  const uint32_t limit = 0x80000000u / before.chunkSize;
+  std::string limitClause = chunkCount > limit ? "; CHUNKS is above the pool's limit of " +
+                                                     std::to_string(limit) + " chunks"
+                                               : "";
   EXPECT_NE(text.find(std::string("chunks:           ") + std::to_string(chunkCount) +
-                      " of 2048 bytes, " + line + "free chunks:      0 now, 0 at the fewest\n" +
+                      " of 2048 bytes, " + line + limitClause + "\n" +
+                      "free chunks:      0 now, 0 at the fewest\n" +
                       "peak chunks used: " + std::to_string(chunks) + "\n"),
             std::string::npos)
       << text;
@@ -349,6 +356,7 @@ INSTANTIATE_TEST_SUITE_P(Chunks, HeapStatsOfExtremeChunksTest,
                                            ExtremeChunks{"Of4294967295", "4294967295", 0},
                                            ExtremeChunks{"Of2147483647", "2147483647", 2147483647u},
                                            ExtremeChunks{"Of2147483648", "2147483648", 0},
+                                           ExtremeChunks{"Of1048577", "1048577", 1048577u},
                                            ExtremeChunks{"Of2097153", "2097153", 2097153u},
                                            ExtremeChunks{"Of2097154", "2097154", 2097154u},
                                            ExtremeChunks{"Of650", "650", 650u}),

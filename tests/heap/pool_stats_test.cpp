@@ -7,6 +7,7 @@
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <ostream>
 #include <string>
@@ -300,15 +301,22 @@ TEST_P(PoolStatsOfWrappedSegmentsTest, OnlyTheChunksLaidOutAreFreeAndTheRestAreL
   char expected[256];
   if (segment) {
     snprintf(expected, sizeof expected,
-             "chunks:           %lu of 2048 bytes, %lu of them lost: the segment holds only %lu\n",
+             "chunks:           %lu of 2048 bytes, %lu of them lost: the segment holds only %lu",
              static_cast<unsigned long>(param.chunks), static_cast<unsigned long>(lost),
              static_cast<unsigned long>(laidOut));
   } else {
     snprintf(expected, sizeof expected,
-             "chunks:           %lu of 2048 bytes, %lu of them lost: the pool has no segment\n",
+             "chunks:           %lu of 2048 bytes, %lu of them lost: the pool has no segment",
              static_cast<unsigned long>(param.chunks), static_cast<unsigned long>(lost));
   }
-  std::string lines = std::string(expected) + "free chunks:      0 now, 0 at the fewest\n" +
+  // Only a count whose segment request reaches 2 GiB even after aligning
+  // takes its chunk off is past the limit.
+  const uint32_t limit = 0x80000000u / kChunk;
+  std::string limitClause = param.chunks > limit ? "; CHUNKS is above the pool's limit of " +
+                                                       std::to_string(limit) + " chunks"
+                                                 : "";
+  std::string lines = std::string(expected) + limitClause + "\n" +
+                      "free chunks:      0 now, 0 at the fewest\n" +
                       "peak chunks used: " + std::to_string(laidOut) + "\n";
   EXPECT_NE(text.find(lines), std::string::npos) << text;
   EXPECT_EQ(LastLine(text),
@@ -328,15 +336,59 @@ TEST_P(PoolStatsOfWrappedSegmentsTest, OnlyTheChunksLaidOutAreFreeAndTheRestAreL
 // Segment bytes: 2097153 and 2097154 chunks wrap to 2048 and 4096 bytes,
 // 2147483648 to none; 4294967295 chunks (a CHUNKS of -1) ask for 4294965248
 // bytes and 1048576 for 2 GiB, both at or above 2 GiB, where only the first
-// chunk is laid out. A misaligned segment gives up one chunk's bytes first.
+// chunk is laid out. A misaligned segment gives up one chunk's bytes first,
+// so 1048576 chunks are within the limit and 1048577 are past it.
 INSTANTIATE_TEST_SUITE_P(
     Chunks, PoolStatsOfWrappedSegmentsTest,
     ::testing::Values(WrappedSegmentCase{2097153u, 0, 1}, WrappedSegmentCase{2097153u, 16, 0},
                       WrappedSegmentCase{2097154u, 0, 2}, WrappedSegmentCase{2097154u, 16, 1},
                       WrappedSegmentCase{2147483648u, 0, 0}, WrappedSegmentCase{2147483648u, 16, 0},
                       WrappedSegmentCase{4294967295u, 0, 1}, WrappedSegmentCase{4294967295u, 16, 1},
-                      WrappedSegmentCase{1048576u, 0, 1}),
+                      WrappedSegmentCase{1048576u, 0, 1}, WrappedSegmentCase{1048577u, 16, 1}),
     NameOf);
+
+// The sizing line of a run that needed more chunks than a pool can have
+// says so: its value would build a pool of one chunk. Written from
+// snapshots, as no test can fill a pool that large.
+TEST(PoolStatsSizingLine, SaysWhenItsValueIsAboveThePoolsLimit) {
+  const uint32_t limit = 0x80000000u / kChunk;
+  auto lastLine = [](uint32_t needed, uint32_t atMost, uint32_t unfollowed) {
+    QDHeapStats stats;
+    memset(&stats, 0, sizeof stats);
+    stats.size = sizeof stats;
+    stats.chunkCount = 650;
+    stats.chunkSize = kChunk;
+    stats.lostChunks = 1;
+    stats.exhaustedRequests = 10;
+    stats.unfollowedBlocks = unfollowed;
+    stats.peakChunksNeeded = needed;
+    stats.peakChunksNeededAtMost = atMost;
+    char* buffer = nullptr;
+    size_t length = 0;
+    FILE* stream = open_memstream(&buffer, &length);
+    WriteHeapStatsText(stream, stats, Quendal::Heap::kLostToAlignment);
+    fclose(stream);
+    std::string text(buffer, length);
+    free(buffer);
+    EXPECT_EQ(text.find("CHUNKS is above"), std::string::npos) << text;
+    size_t start = text.rfind('\n', text.size() - 2) + 1;
+    return text.substr(start, text.size() - 1 - start);
+  };
+  const std::string by =
+      " would have held the peak of this run, by estimate: the pool ran out of chunks";
+  const std::string above =
+      "; that is above the pool's limit of " + std::to_string(limit) + " chunks";
+  EXPECT_EQ(lastLine(limit - 1, limit - 1, 0), "CHUNKS " + std::to_string(limit) + by);
+  EXPECT_EQ(lastLine(limit, limit, 0), "CHUNKS " + std::to_string(limit + 1) + by + above);
+  EXPECT_EQ(lastLine(limit - 2, limit, 3),
+            "CHUNKS " + std::to_string(limit + 1) +
+                " to try: the pool ran out of chunks and this run needed at least " +
+                std::to_string(limit - 1) + above);
+  EXPECT_EQ(lastLine(limit - 2, limit - 1, 3),
+            "CHUNKS " + std::to_string(limit) +
+                " to try: the pool ran out of chunks and this run needed at least " +
+                std::to_string(limit - 1));
+}
 
 // A heap call made while the heap initialises builds the pool from its
 // construction values (a 16-byte segment, no chunk, one class) before

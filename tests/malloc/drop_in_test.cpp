@@ -286,6 +286,73 @@ TEST(DropIn, StatisticsAreWrittenAtExitWhenAsked) {
   EXPECT_NE(text.str().find(" would have held the peak of this run\n"), std::string::npos);
 }
 
+// A ".mem" past the pool's limit gives a pool of one chunk or none, and
+// the statistics at exit name the CHUNKS value as the cause. The segment
+// request of 2 GiB and more may be granted (only its first chunk is
+// touched) or refused; the line says so either way.
+TEST(DropIn, StatisticsAtExitSayThatChunksIsAboveThePoolsLimit) {
+  QDHeapStats stats;
+  stats.size = sizeof(stats);
+  ASSERT_EQ(QDHeapGetStats(&stats), QD_HEAP_STATS_OK);
+  const uint32_t limit = 0x80000000u / stats.chunkSize;
+  QuendalTest::TempDir dir;
+  const std::filesystem::path program = dir.path() / "preloaded.bin";
+  QuendalTest::CopyExecutable(QUENDAL_PRELOADED_PROGRAM, program);
+  QuendalTest::WriteFile(dir.path() / "preloaded.mem", "CHUNKS " + std::to_string(limit + 1) +
+                                                           "  CHUNK_SIZE 2048 SEG_SIZE 1024\n");
+  const std::filesystem::path statsFile = dir.path() / "stats.txt";
+  ASSERT_EQ(setenv("QUENDAL_MALLOC_STATS", statsFile.c_str(), 1), 0);
+  QuendalTest::RunOptions options;
+  options.preload = QUENDAL_DROP_IN_LIBRARY;
+  QuendalTest::ProgramResult result = QuendalTest::RunProgram(program.string(), {}, options);
+  unsetenv("QUENDAL_MALLOC_STATS");
+  ASSERT_TRUE(result.exited);
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_EQ(result.output, "chunks " + std::to_string(limit + 1) + "\n");
+  std::ifstream stream(statsFile);
+  std::stringstream text;
+  text << stream.rdbuf();
+  EXPECT_NE(text.str().find("; CHUNKS is above the pool's limit of " + std::to_string(limit) +
+                            " chunks\nfree chunks:"),
+            std::string::npos)
+      << text.str();
+}
+
+// The pool keeps the small blocks away from the C library's heap, so
+// nothing pins its top: the drop-in has it keep large blocks in the heap and
+// their memory at its top once released, where glibc on its own maps such a
+// block and unmaps it when it is freed.
+TEST(DropIn, TheCLibraryKeepsTheMemoryOfAReleasedLargeBlock) {
+  QuendalTest::RunOptions options;
+  options.preload = QUENDAL_DROP_IN_LIBRARY;
+  QuendalTest::ProgramResult dropIn =
+      QuendalTest::RunProgram(QUENDAL_LARGE_BLOCK_PROGRAM, {}, options);
+  ASSERT_TRUE(dropIn.exited);
+  EXPECT_EQ(dropIn.exitCode, 0);
+  EXPECT_EQ(dropIn.output, "kept\n");
+  QuendalTest::ProgramResult plain = QuendalTest::RunProgram(QUENDAL_LARGE_BLOCK_PROGRAM, {});
+  ASSERT_TRUE(plain.exited);
+  EXPECT_EQ(plain.output, "returned\n");
+}
+
+// A user's own settings of the C library's allocator stay in force.
+TEST(DropIn, TheUsersSettingsOfTheCLibrarysHeapStay) {
+  QuendalTest::RunOptions options;
+  options.preload = QUENDAL_DROP_IN_LIBRARY;
+  ASSERT_EQ(setenv("GLIBC_TUNABLES", "glibc.malloc.mmap_threshold=131072", 1), 0);
+  QuendalTest::ProgramResult tunable =
+      QuendalTest::RunProgram(QUENDAL_LARGE_BLOCK_PROGRAM, {}, options);
+  unsetenv("GLIBC_TUNABLES");
+  ASSERT_TRUE(tunable.exited);
+  EXPECT_EQ(tunable.output, "returned\n");
+  ASSERT_EQ(setenv("MALLOC_TRIM_THRESHOLD_", "131072", 1), 0);
+  QuendalTest::ProgramResult variable =
+      QuendalTest::RunProgram(QUENDAL_LARGE_BLOCK_PROGRAM, {}, options);
+  unsetenv("MALLOC_TRIM_THRESHOLD_");
+  ASSERT_TRUE(variable.exited);
+  EXPECT_EQ(variable.output, "returned\n");
+}
+
 // The first malloc of a program that preloads the drop-in reads the ".mem"
 // beside it before main. A FIFO under that name, which nobody writes to,
 // must count as no file instead of blocking the program for ever.

@@ -9,8 +9,9 @@
 // read, and at most its first 1 MiB.
 //
 // Exit status: 0 when every line but comments and blank ones has an effect,
-// 1 when some line is ignored or the file goes on past what the library
-// reads, 2 when FILE cannot be read or is no regular file (or on bad usage).
+// 1 when some line is ignored, the file goes on past what the library reads
+// or its CHUNKS is above the pool's limit, 2 when FILE cannot be read or is
+// no regular file (or on bad usage).
 #include <errno.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -26,6 +27,7 @@
 #include "config/mem_file_path.h"
 #include "config/pool_values.h"
 #include "heap/chunk_header.h"
+#include "heap/pool_geometry.h"
 #include "platform/file.h"
 #include "util/max_align.h"
 
@@ -33,6 +35,10 @@ namespace {
 
 namespace fs = std::filesystem;
 namespace Config = Quendal::Config;
+
+uint32_t ChunkLimit() {
+  return Quendal::Heap::ChunkLimit(Config::kChunkSize);
+}
 
 const char* PlatformName() {
 #if defined(__x86_64__)
@@ -197,6 +203,9 @@ class Checker : public Config::LineVisitor {
         if (parsed.chunks == 0) {
           verdict += ", which the pool takes as 1 chunk";
         }
+        if (parsed.chunks > ChunkLimit()) {
+          verdict += ", above the pool's limit of " + std::to_string(ChunkLimit()) + " chunks";
+        }
         verdict += "; CHUNK_SIZE and SEG_SIZE are parsed but not used";
         if (!m_poolLabel.empty()) {
           verdict += "; overrides " + m_poolLabel;
@@ -244,6 +253,22 @@ void PrintPool(const Checker& checker) {
   uint32_t segmentBytes = static_cast<uint32_t>(chunks) * Config::kChunkSize;
   printf("  segment bytes requested: %u (%u x %u as a 32-bit product)\n", segmentBytes, chunks,
          Config::kChunkSize);
+  if (chunks > ChunkLimit()) {
+    printf("  finding: CHUNKS is above the pool's limit of %u chunks: ", ChunkLimit());
+    if (segmentBytes >= 0x80000000u + Config::kChunkSize) {
+      printf(
+          "a segment of 2 GiB or more holds its first chunk only, or none when the C library "
+          "refuses it\n");
+    } else if (segmentBytes >= 0x80000000u) {
+      printf(
+          "a segment of 2 GiB holds its first chunk only, or %u chunks when it is not "
+          "chunk-aligned\n",
+          ChunkLimit() - 1);
+    } else {
+      printf("the product wrapped, and the pool has %u chunks at most\n",
+             segmentBytes / Config::kChunkSize);
+    }
+  }
   size_t header = Quendal::Heap::kChunkHeaderSize;
   printf("  chunk: %u bytes, header %zu bytes (padded to the %zu-byte fundamental alignment)\n",
          Config::kChunkSize, header, Quendal::kMaxAlign);
@@ -374,5 +399,8 @@ int main(int argc, char** argv) {
   if (readError) {
     return 2;
   }
-  return checker.IgnoredLines() == 0 && end != Config::kStoppedAtBound ? 0 : 1;
+  unsigned int chunks = checker.Chunks();
+  return checker.IgnoredLines() == 0 && end != Config::kStoppedAtBound && chunks <= ChunkLimit()
+             ? 0
+             : 1;
 }

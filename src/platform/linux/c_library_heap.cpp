@@ -5,6 +5,9 @@
 #include "platform/c_library_heap.h"
 
 #include <dlfcn.h>
+#include <malloc.h>
+#include <stdlib.h>
+#include <string.h>
 
 #include "platform/own_work.h"
 #include "platform/posix/allocator_entries.h"
@@ -89,6 +92,38 @@ void* CLibraryMemalign(size_t alignment, size_t size) {
 
 size_t CLibraryUsableSize(void* pointer) {
   return Choice() == kChoosing ? 0 : entries.UsableSize(pointer);
+}
+
+namespace {
+
+// The settings a user can give glibc's allocator through the environment.
+bool UserTunedTheCLibraryHeap() {
+  const char* tunables = getenv("GLIBC_TUNABLES");
+  if (tunables != 0 && (strstr(tunables, "glibc.malloc.mmap_threshold") != 0 ||
+                        strstr(tunables, "glibc.malloc.trim_threshold") != 0 ||
+                        strstr(tunables, "glibc.malloc.top_pad") != 0)) {
+    return true;
+  }
+  return getenv("MALLOC_MMAP_THRESHOLD_") != 0 || getenv("MALLOC_TRIM_THRESHOLD_") != 0 ||
+         getenv("MALLOC_TOP_PAD_") != 0;
+}
+
+}  // namespace
+
+// glibc trims its heap's top once it exceeds 128 KiB, and maps every block
+// from 128 KiB on until a release raises that threshold; any setting turns
+// that adjustment off, so all three are set. Blocks up to 4 MiB (on 32 bits
+// the most glibc accepts, 512 KiB) come from the heap, the top is trimmed
+// past twice that, as glibc pairs them itself, and the heap grows a quarter
+// of it more than asked.
+void TuneCLibraryHeapForLargeBlocks() {
+  if (UserTunedTheCLibraryHeap()) {
+    return;
+  }
+  const int mmapThreshold = sizeof(void*) >= 8 ? 4 * 1024 * 1024 : 512 * 1024;
+  mallopt(M_MMAP_THRESHOLD, mmapThreshold);
+  mallopt(M_TRIM_THRESHOLD, 2 * mmapThreshold);
+  mallopt(M_TOP_PAD, mmapThreshold / 4);
 }
 
 }  // namespace Platform

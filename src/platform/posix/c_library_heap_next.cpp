@@ -152,5 +152,9 @@ size_t CLibraryUsableSize(void* pointer) {
   return Resolved() ? entries.UsableSize(pointer) : 0;
 }
 
+// QNX's allocator has settings of its own, which the drop-in has not been
+// measured with: it keeps them.
+void TuneCLibraryHeapForLargeBlocks() {}
+
 }  // namespace Platform
 }  // namespace Quendal
