@@ -24,12 +24,14 @@
 // share one cache line and its keys the next two, so a descent costs a few
 // cache lines per level where a binary tree costs one per key compared.
 //
-// Both ends of each tree are at hand. Its leftmost leaf stays the same node
-// while the tree is not empty (a split moves the upper half out, a merge
-// keeps the left node), and the rightmost leaf is followed through splits
-// and merges; removing the first entry from a leaf that keeps enough, or
-// adding a key after every other to a leaf with room, as when chunks get a
-// free block in list order, touches that leaf alone. The first is the
+// Both ends of each tree are at hand. The leftmost node of every level
+// stays the same node while the level exists (a split moves the upper half
+// out, a merge keeps the left node), so they are kept in a short array per
+// class, and the rightmost leaf is followed through splits and merges:
+// removing the first entry needs no descent from the root, and touches the
+// leftmost leaf alone when it keeps enough entries; adding a key after
+// every other to a leaf with room, as when chunks get a free block in list
+// order, touches that leaf alone. The first is the
 // tree's first entry, or is held ahead of the tree: a chunk that comes first
 // when it gets a free block stays out of the tree until another comes
 // before it, so that the common case, a chunk that gets a block back and
@@ -208,9 +210,9 @@ class FirstFreeIndex {
     }
     const Tree& tree = m_trees[index];
     if (m_slots[Number(chunk)].where == kAhead) {
-      return tree.root == 0;
+      return tree.height == 0;
     }
-    return tree.height == 1 && m_nodes[tree.root].count == 1;
+    return tree.height == 1 && m_nodes[tree.leftmost[0]].count == 1;
   }
 
   // For the invariant checker.
@@ -221,7 +223,7 @@ class FirstFreeIndex {
   // the leftmost leaf or the first is wrong.
   long CountMembers(size_t index) const {
     const Tree& tree = m_trees[index];
-    bool empty = tree.root == 0 && tree.leftLeaf == 0 && tree.rightLeaf == 0 && tree.height == 0;
+    bool empty = tree.height == 0 && tree.leftmost[0] == 0 && tree.rightLeaf == 0;
     if (m_first[index] == 0) {
       return empty ? 0 : -1;
     }
@@ -230,23 +232,28 @@ class FirstFreeIndex {
       return -1;
     }
     const Slot& front = m_slots[first];
-    if (tree.root == 0) {
+    if (tree.height == 0) {
       return front.where == kAhead && empty ? 1 : -1;
     }
-    if (tree.height == 0 || tree.height > kMaxHeight || m_nodesTaken > m_nodeCount) {
+    if (tree.height > kMaxHeight || m_nodesTaken > m_nodeCount) {
       return -1;
     }
     long count = 0;
-    if (!CheckNode(tree, tree.root, 1, 0, false, 0, count)) {
+    uint32_t root = tree.leftmost[tree.height - 1];
+    if (!CheckNode(tree, root, 1, 0, false, 0, count)) {
       return -1;
     }
-    uint32_t leaf = tree.root;
-    uint32_t rightmost = tree.root;
-    for (uint32_t level = 1; level < tree.height; ++level) {
+    // The leftmost node of every level, and the rightmost leaf.
+    uint32_t leaf = root;
+    uint32_t rightmost = root;
+    for (uint32_t level = tree.height - 1; level > 0; --level) {
       leaf = m_nodes[leaf].items[0];
       rightmost = m_nodes[rightmost].items[m_nodes[rightmost].count - 1];
+      if (leaf != tree.leftmost[level - 1]) {
+        return -1;
+      }
     }
-    if (leaf != tree.leftLeaf || rightmost != tree.rightLeaf) {
+    if (rightmost != tree.rightLeaf) {
       return -1;
     }
     const Node& leftmost = m_nodes[leaf];
@@ -289,13 +296,16 @@ class FirstFreeIndex {
   };
   QD_STATIC_ASSERT(sizeof(Node) == 192);
 
-  // A class's tree: root, leftmost and rightmost leaves (node numbers, 0
-  // for none) and its levels, 0 when empty.
+  // A class's tree: its levels (0 when empty), its rightmost leaf and the
+  // leftmost node of every level from the leaf up to the root (node
+  // numbers, 0 for none). A level's leftmost node stays the same node: a
+  // split moves the upper half out and a merge keeps the left node, so
+  // only a new root or the root's collapse changes the array, at its top.
   struct Tree {
-    uint32_t root;
-    uint32_t leftLeaf;
-    uint32_t rightLeaf;
     uint32_t height;
+    uint32_t rightLeaf;
+    uint32_t leftmost[kMaxHeight];
+    uint32_t unused[2];
   };
 
   // The nodes from the root down to a leaf, and the entry taken in each.
@@ -322,7 +332,7 @@ class FirstFreeIndex {
   }
 
   ChunkHeader* TreeFirst(size_t index) const {
-    uint32_t leaf = m_trees[index].leftLeaf;
+    uint32_t leaf = m_trees[index].leftmost[0];
     return leaf != 0 ? ChunkOfNumber(m_nodes[leaf].items[0]) : 0;
   }
 
@@ -386,36 +396,42 @@ class FirstFreeIndex {
     from.count = at;
   }
 
-  // Down from the root to the leaf where key is or belongs, by the first
-  // child on every level when leftmost; the leaf's entry is left to the
-  // caller. On the way, a key below a node's lower bound lowers it.
+  // Down from the root to the leaf where key is or belongs, or along the
+  // leftmost nodes, read without touching the nodes above the leaf; the
+  // leaf's entry is left to the caller. On the way, a key below a node's
+  // lower bound lowers it.
   void Descend(const Tree& tree, uint64_t key, bool leftmost, Path& path) {
-    uint32_t at = tree.root;
-    for (uint32_t level = 0; level + 1 < tree.height; ++level) {
+    uint32_t top = tree.height - 1;
+    if (leftmost) {
+      // Every entry taken is the first: the caller knows it.
+      for (uint32_t level = 0; level <= top; ++level) {
+        path.nodes[level] = tree.leftmost[top - level];
+      }
+      return;
+    }
+    uint32_t at = tree.leftmost[top];
+    for (uint32_t level = 0; level < top; ++level) {
       Node& node = m_nodes[at];
       uint32_t entry = 0;
-      if (!leftmost) {
-        while (entry + 1 < node.count && node.keys[entry + 1] <= key) {
-          ++entry;
-        }
-        if (key < node.keys[0]) {
-          node.keys[0] = key;
-        }
+      while (entry + 1 < node.count && node.keys[entry + 1] <= key) {
+        ++entry;
+      }
+      if (key < node.keys[0]) {
+        node.keys[0] = key;
       }
       path.nodes[level] = at;
       path.entries[level] = entry;
       at = node.items[entry];
     }
-    path.nodes[tree.height - 1] = at;
+    path.nodes[top] = at;
   }
 
   QD_NOINLINE void InsertIntoTree(size_t index, uint32_t number, uint64_t key) {
     Tree& tree = m_trees[index];
-    if (tree.root == 0) {
+    if (tree.height == 0) {
       uint32_t leaf = NewNode();
       Put(m_nodes[leaf], 0, key, number);
-      tree.root = leaf;
-      tree.leftLeaf = leaf;
+      tree.leftmost[0] = leaf;
       tree.rightLeaf = leaf;
       tree.height = 1;
       return;
@@ -464,7 +480,7 @@ class FirstFreeIndex {
         Node& top = m_nodes[root];
         Put(top, 0, node.keys[0], current);
         Put(top, 1, key, item);
-        tree.root = root;
+        tree.leftmost[tree.height] = root;
         ++tree.height;
         return;
       }
@@ -477,7 +493,7 @@ class FirstFreeIndex {
   // first), then mends the nodes left under-filled, from the leaf up.
   QD_NOINLINE void RemoveFromTree(size_t index, uint64_t key, bool first) {
     Tree& tree = m_trees[index];
-    Node& front = m_nodes[tree.leftLeaf];
+    Node& front = m_nodes[tree.leftmost[0]];
     if (first && (front.count > kMinEntries || (tree.height == 1 && front.count > 1))) {
       // Enough entries stay: no node above changes.
       Take(front, 0);
@@ -499,7 +515,7 @@ class FirstFreeIndex {
         return;
       }
       Node& parent = m_nodes[path.nodes[level - 1]];
-      uint32_t entry = path.entries[level - 1];
+      uint32_t entry = first ? 0 : path.entries[level - 1];
       // A node below the root has a sibling: its parent has two entries
       // or more.
       if (entry + 1 < parent.count) {
@@ -535,18 +551,19 @@ class FirstFreeIndex {
         }
       }
     }
-    Node& root = m_nodes[tree.root];
-    if (tree.height == 1 && root.count == 0) {
-      FreeNode(tree.root);
-      tree.root = 0;
-      tree.leftLeaf = 0;
+    uint32_t top = tree.height - 1;
+    uint32_t root = tree.leftmost[top];
+    if (m_nodes[root].count == 0) {
+      // Only a lone leaf empties.
+      FreeNode(root);
+      tree.leftmost[0] = 0;
       tree.rightLeaf = 0;
       tree.height = 0;
-    } else if (tree.height > 1 && root.count == 1) {
-      uint32_t child = root.items[0];
-      FreeNode(tree.root);
-      tree.root = child;
-      --tree.height;
+    } else if (top > 0 && m_nodes[root].count == 1) {
+      // The root's one child, its leftmost, becomes the root.
+      FreeNode(root);
+      tree.leftmost[top] = 0;
+      tree.height = top;
     }
   }
 

@@ -30,8 +30,10 @@ class FirstFreeIndexInspector {
 
   // Levels of the class's tree, 0 when it is empty.
   uint32_t Height(size_t index) const { return m_index.m_trees[index].height; }
-  uint32_t Root(size_t index) const { return m_index.m_trees[index].root; }
-  uint32_t LeftLeaf(size_t index) const { return m_index.m_trees[index].leftLeaf; }
+  uint32_t Root(size_t index) const {
+    const FirstFreeIndex::Tree& tree = m_index.m_trees[index];
+    return tree.height != 0 ? tree.leftmost[tree.height - 1] : 0;
+  }
   // Nodes in use in all classes, and the most there can be.
   uint32_t NodesInUse() const {
     uint32_t free = 0;
@@ -60,8 +62,10 @@ class FirstFreeIndexInspector {
     m_index.m_nodes[node].keys[entry] = key;
   }
   void SetHeight(size_t index, uint32_t height) { m_index.m_trees[index].height = height; }
-  void SetRoot(size_t index, uint32_t node) { m_index.m_trees[index].root = node; }
-  void SetLeftLeaf(size_t index, uint32_t node) { m_index.m_trees[index].leftLeaf = node; }
+  // The leftmost node of a level, 0 for the leaves.
+  void SetLeftmost(size_t index, uint32_t level, uint32_t node) {
+    m_index.m_trees[index].leftmost[level] = node;
+  }
   void SetRightLeaf(size_t index, uint32_t node) { m_index.m_trees[index].rightLeaf = node; }
   void SetOutside(const ChunkHeader* chunk) { SlotOf(chunk).where = FirstFreeIndex::kOutside; }
   void SetHeldAhead(const ChunkHeader* chunk) { SlotOf(chunk).where = FirstFreeIndex::kAhead; }
@@ -495,7 +499,12 @@ TEST_F(FirstFreeIndexBrokenTest, AnEntryWhoseChunkReadsAsHeldAheadIsFound) {
 }
 
 TEST_F(FirstFreeIndexBrokenTest, AWrongLeftmostLeafIsFound) {
-  inspector.SetLeftLeaf(0, leaf);
+  inspector.SetLeftmost(0, 0, leaf);
+  EXPECT_EQ(index.CountMembers(0), -1);
+}
+
+TEST_F(FirstFreeIndexBrokenTest, AWrongLeftmostInnerNodeIsFound) {
+  inspector.SetLeftmost(0, 1, inner);
   EXPECT_EQ(index.CountMembers(0), -1);
 }
 
@@ -524,7 +533,7 @@ TEST_F(FirstFreeIndexBrokenTest, AFirstThatIsNoChunkIsFound) {
 }
 
 TEST_F(FirstFreeIndexBrokenTest, ATreeInAClassWithoutAFirstIsFound) {
-  inspector.SetRoot(1, leaf);
+  inspector.SetLeftmost(1, 0, leaf);
   EXPECT_EQ(index.CountMembers(1), -1);
 }
 
@@ -533,8 +542,7 @@ TEST_F(FirstFreeIndexBrokenTest, ALoneFirstHeldAheadWithATreeIsFound) {
   index.Insert(1, Chunk(350));
   ASSERT_EQ(index.CountMembers(1), 1);
   EXPECT_TRUE(index.HoldsOnly(1, Chunk(350)));
-  inspector.SetRoot(1, leaf);
-  inspector.SetLeftLeaf(1, leaf);
+  inspector.SetLeftmost(1, 0, leaf);
   inspector.SetRightLeaf(1, leaf);
   inspector.SetHeight(1, 1);
   EXPECT_EQ(index.CountMembers(1), -1);
