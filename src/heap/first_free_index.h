@@ -9,28 +9,42 @@
 // class list front to back, and the earliest joined chunk with a free block
 // is the one a walk from the class's head stops at.
 //
-// Per class the chunks are kept in a red-black tree keyed by join number.
-// Every operation is logarithmic in the class's chunk count in the worst
-// case, whatever the order of the calls: a red-black tree of n nodes is at
-// most 2 log2(n + 1) deep, an insertion or removal recolours along one path
-// and rotates at most three times, and the leftmost node's successor is its
-// right child or its parent. (An amortised bound is not enough: the one
-// call that pays for the others would stall its caller for time linear in
-// the chunk count.)
+// Per class the chunks are kept in a B+-tree keyed by join number. Leaves
+// hold (join number, chunk) entries in order; an inner node holds, for each
+// child, a lower bound of the keys below it, which also bounds the keys of
+// the child before it from above. Every node but the root holds kMinEntries
+// to kWidth entries (an inner root at least two) and all leaves are equally
+// deep, so a tree of n entries has at most 1 + log7(n / 2) levels: 6 for
+// 64 000 chunks, 12 for any count below 2^32. An insertion splits at most
+// one node per level and a removal borrows or merges at most once per level,
+// each within the node and its siblings, whatever the order of the calls:
+// every operation is logarithmic in the worst case. (An amortised bound is
+// not enough: the one call that pays for the others would stall its caller
+// for time linear in the chunk count.) A node's entry count and children
+// share one cache line and its keys the next two, so a descent costs a few
+// cache lines per level where a binary tree costs one per key compared.
 //
-// The first is the tree's leftmost node, or is held ahead of the tree: a
-// chunk that comes first when it gets a free block stays out of the tree
-// until another comes before it, so that the common case, a chunk that
-// gets a block back and fills again, costs no rebalancing. The last node
-// is at hand too, so a chunk that comes last, as when chunks get a free
-// block in list order, is added without a search; any other climbs from the
-// leftmost only as far as its key needs.
+// Both ends of each tree are at hand. The leftmost node of every level
+// stays the same node while the level exists (a split moves the upper half
+// out, a merge keeps the left node), so they are kept in a short array per
+// class, and the rightmost leaf is followed through splits and merges:
+// removing the first entry needs no descent from the root, and touches the
+// leftmost leaf alone when it keeps enough entries; adding a key after
+// every other to a leaf with room, as when chunks get a free block in list
+// order, touches that leaf alone. The first is the
+// tree's first entry, or is held ahead of the tree: a chunk that comes first
+// when it gets a free block stays out of the tree until another comes
+// before it, so that the common case, a chunk that gets a block back and
+// fills again, costs no tree work.
 //
-// The nodes, one per chunk, and the per-class first, last and tail chunks
-// live in memory mapped from the system, so they add no call to the C
-// library's allocator; zeroed, they read as empty classes and black nodes
-// outside the index. When the mapping is refused the index stays inactive
-// and the pool walks its class lists instead.
+// The slots (one per chunk), the nodes and the per-class state live in
+// memory mapped from the system, so they add no call to the C library's
+// allocator; zeroed, they read as empty classes and chunks outside the index.
+// No tree level but its root has more nodes than a seventh of the entries on
+// the level below, so a class of n members takes at most n / 6 + 1 nodes and
+// all classes together at most Chunks / 6 plus one per class: the nodes are
+// counted out at the start and never run short. When the mapping is refused
+// the index stays inactive and the pool walks its class lists instead.
 #ifndef QUENDAL_HEAP_FIRST_FREE_INDEX_H
 #define QUENDAL_HEAP_FIRST_FREE_INDEX_H
 
@@ -51,13 +65,17 @@ class FirstFreeIndex {
         m_mappingBytes(0),
         m_first(0),
         m_tail(0),
-        m_last(0),
+        m_trees(0),
+        m_slots(0),
         m_nodes(0),
         m_base(0),
         m_chunkSize(0),
         m_chunkShift(0),
         m_chunks(0),
         m_classes(0),
+        m_nodeCount(0),
+        m_nodesTaken(0),
+        m_freeNodes(0),
         m_joins(0) {}
 
   ~FirstFreeIndex() { Stop(); }
@@ -68,29 +86,36 @@ class FirstFreeIndex {
   bool Start(uintptr_t firstChunk, uint32_t chunkSize, uint32_t chunkShift, uint32_t chunks,
              uint32_t classes) {
     Stop();
-    size_t classBytes =
-        (2 * sizeof(ChunkHeader*) + sizeof(uint32_t)) * static_cast<size_t>(classes);
-    size_t limit = static_cast<size_t>(-1) / sizeof(Node) - 1;
-    if (chunks == 0 || classes == 0 || chunks > limit ||
-        (static_cast<size_t>(chunks) + 1) * sizeof(Node) > static_cast<size_t>(-1) - classBytes) {
+    if (chunks == 0 || classes == 0) {
       return false;
     }
-    size_t bytes = (static_cast<size_t>(chunks) + 1) * sizeof(Node) + classBytes;
-    void* mapping = Platform::MapZeroedMemory(bytes);
+    uint64_t trees = classes < chunks ? classes : chunks;
+    uint64_t nodes = chunks / (kMinEntries - 1) + trees;
+    // Node 0 and slot 0 stand for none.
+    uint64_t bytes = (nodes + 1) * sizeof(Node) + (uint64_t(chunks) + 1) * sizeof(Slot) +
+                     uint64_t(classes) * (2 * sizeof(ChunkHeader*) + sizeof(Tree));
+    if (bytes > uint64_t(static_cast<size_t>(-1))) {
+      return false;
+    }
+    void* mapping = Platform::MapZeroedMemory(static_cast<size_t>(bytes));
     if (mapping == 0) {
       return false;
     }
     m_mapping = mapping;
-    m_mappingBytes = bytes;
+    m_mappingBytes = static_cast<size_t>(bytes);
     m_nodes = static_cast<Node*>(mapping);
-    m_first = reinterpret_cast<ChunkHeader**>(m_nodes + chunks + 1);
+    m_slots = reinterpret_cast<Slot*>(m_nodes + nodes + 1);
+    m_first = reinterpret_cast<ChunkHeader**>(m_slots + chunks + 1);
     m_tail = m_first + classes;
-    m_last = reinterpret_cast<uint32_t*>(m_tail + classes);
+    m_trees = reinterpret_cast<Tree*>(m_tail + classes);
     m_base = firstChunk;
     m_chunkSize = chunkSize;
     m_chunkShift = chunkShift;
     m_chunks = chunks;
     m_classes = classes;
+    m_nodeCount = static_cast<uint32_t>(nodes);
+    m_nodesTaken = 0;
+    m_freeNodes = 0;
     m_joins = 0;
     return true;
   }
@@ -103,10 +128,12 @@ class FirstFreeIndex {
     m_mappingBytes = 0;
     m_first = 0;
     m_tail = 0;
-    m_last = 0;
+    m_trees = 0;
+    m_slots = 0;
     m_nodes = 0;
     m_chunks = 0;
     m_classes = 0;
+    m_nodeCount = 0;
   }
 
   bool Active() const { return m_nodes != 0; }
@@ -120,152 +147,177 @@ class FirstFreeIndex {
   void SetTail(size_t index, ChunkHeader* chunk) { m_tail[index] = chunk; }
 
   // The chunk joins the tail of its class list.
-  void Join(ChunkHeader* chunk) { NodeOf(chunk).key = ++m_joins; }
+  void Join(ChunkHeader* chunk) { m_slots[Number(chunk)].key = ++m_joins; }
 
   // The chunk, on the list of class index, got a free block.
   void Insert(size_t index, ChunkHeader* chunk) {
-    // Out of the index, the node reads as zeroed: no links, black.
     uint32_t number = Number(chunk);
-    Node& node = m_nodes[number];
+    Slot& slot = m_slots[number];
     ChunkHeader* first = m_first[index];
     if (first == 0) {
-      node.member = kAhead;
+      slot.where = kAhead;
       m_first[index] = chunk;
-      m_last[index] = number;
       return;
     }
     uint32_t at = Number(first);
-    Node& front = m_nodes[at];
-    if (node.key < front.key) {
+    Slot& front = m_slots[at];
+    if (slot.key < front.key) {
       // The chunk comes first, held ahead; a first held ahead joins the
-      // tree, where it is the leftmost.
-      if (front.member == kAhead) {
-        PushIntoTree(at);
+      // tree, where it is the first entry.
+      if (front.where == kAhead) {
+        front.where = kInTree;
+        InsertIntoTree(index, at, front.key);
       }
-      node.member = kAhead;
-      node.left = at;
+      slot.where = kAhead;
       m_first[index] = chunk;
       return;
     }
-    node.member = kInTree;
-    InsertIntoTree(index, number, front.member == kAhead ? front.left : at);
+    slot.where = kInTree;
+    InsertIntoTree(index, number, slot.key);
   }
 
   // First(index) has no free block left.
   void RemoveFirst(size_t index) {
-    uint32_t number = Number(m_first[index]);
-    Node& node = m_nodes[number];
-    if (node.member == kAhead) {
-      uint32_t next = node.left;
-      Clear(node);
-      m_first[index] = ChunkOfNumber(next);
-      if (next == 0) {
-        m_last[index] = 0;
-      }
-      return;
+    Slot& slot = m_slots[Number(m_first[index])];
+    uint32_t where = slot.where;
+    slot.where = kOutside;
+    if (where != kAhead) {
+      RemoveFromTree(index, slot.key, true);
     }
-    uint32_t parent = node.parent;
-    if (parent == 0 && node.right == 0) {
-      Clear(node);
-      m_first[index] = 0;
-      m_last[index] = 0;
-      return;
+    ChunkHeader* next = TreeFirst(index);
+    if (next != 0) {
+      // The next allocation of the class reads its header.
+      QD_PREFETCH(next);
     }
-    if (node.red != 0) {
-      // A red leaf, its parent's left child: the parent comes next.
-      Clear(node);
-      m_nodes[parent].left = 0;
-      m_first[index] = ChunkOfNumber(parent);
-      return;
-    }
-    RemoveLeftmost(index, number);
+    m_first[index] = next;
   }
 
   // The chunk leaves the index: it is emptied, or its return is deferred.
   void Remove(size_t index, ChunkHeader* chunk) {
     if (m_first[index] == chunk) {
       RemoveFirst(index);
-    } else {
-      Erase(index, Number(chunk));
+      return;
     }
+    Slot& slot = m_slots[Number(chunk)];
+    slot.where = kOutside;
+    RemoveFromTree(index, slot.key, false);
   }
 
   // True when chunk is the class's only chunk with a free block.
   bool HoldsOnly(size_t index, const ChunkHeader* chunk) const {
-    return m_first[index] == chunk && m_last[index] == Number(chunk);
+    if (m_first[index] != chunk) {
+      return false;
+    }
+    const Tree& tree = m_trees[index];
+    if (m_slots[Number(chunk)].where == kAhead) {
+      return tree.height == 0;
+    }
+    return tree.height == 1 && m_nodes[tree.leftmost[0]].count == 1;
   }
 
   // For the invariant checker.
-  bool Contains(const ChunkHeader* chunk) const { return m_nodes[Number(chunk)].member != 0; }
-  uint64_t JoinNumber(const ChunkHeader* chunk) const { return m_nodes[Number(chunk)].key; }
+  bool Contains(const ChunkHeader* chunk) const { return m_slots[Number(chunk)].where != 0; }
+  uint64_t JoinNumber(const ChunkHeader* chunk) const { return m_slots[Number(chunk)].key; }
   // Members of the class, by walking all of its tree; -1 when a link, the
-  // order of the keys, a member flag, the colours or the first or last node
-  // is wrong.
+  // order or bounds of the keys, a node's fill, the leaves' depth, a slot,
+  // the leftmost leaf or the first is wrong.
   long CountMembers(size_t index) const {
+    const Tree& tree = m_trees[index];
+    bool empty = tree.height == 0 && tree.leftmost[0] == 0 && tree.rightLeaf == 0;
     if (m_first[index] == 0) {
-      return m_last[index] == 0 ? 0 : -1;
+      return empty ? 0 : -1;
     }
     uint32_t first = Number(m_first[index]);
-    if (first == 0 || first > m_chunks) {
+    if (first == 0 || first > m_chunks || ChunkOfNumber(first) != m_first[index]) {
       return -1;
     }
-    const Node& front = m_nodes[first];
-    uint32_t leftmost = first;
+    const Slot& front = m_slots[first];
+    if (tree.height == 0) {
+      return front.where == kAhead && empty ? 1 : -1;
+    }
+    if (tree.height > kMaxHeight || m_nodesTaken > m_nodeCount) {
+      return -1;
+    }
     long count = 0;
-    if (front.member == kAhead) {
-      if (front.parent != 0 || front.right != 0 || front.red != 0) {
-        return -1;
-      }
-      leftmost = front.left;
-      count = 1;
-      if (leftmost == 0) {
-        return m_last[index] == first ? 1 : -1;
-      }
-      if (leftmost > m_chunks || m_nodes[leftmost].key <= front.key) {
-        return -1;
-      }
-    }
-    uint32_t root = leftmost;
-    for (unsigned depth = 1; m_nodes[root].parent != 0; ++depth) {
-      root = m_nodes[root].parent;
-      if (depth == kMaxDepth || root > m_chunks) {
-        return -1;
-      }
-    }
-    if (m_nodes[root].red != 0 || BlackHeight(root, 0, 0, 0, 1, count) < 0 ||
-        Leftmost(root) != leftmost || Rightmost(root) != m_last[index]) {
+    uint32_t root = tree.leftmost[tree.height - 1];
+    if (!CheckNode(tree, root, 1, 0, false, 0, count)) {
       return -1;
     }
-    return count;
+    // The leftmost node of every level, and the rightmost leaf.
+    uint32_t leaf = root;
+    uint32_t rightmost = root;
+    for (uint32_t level = tree.height - 1; level > 0; --level) {
+      leaf = m_nodes[leaf].items[0];
+      rightmost = m_nodes[rightmost].items[m_nodes[rightmost].count - 1];
+      if (leaf != tree.leftmost[level - 1]) {
+        return -1;
+      }
+    }
+    if (rightmost != tree.rightLeaf) {
+      return -1;
+    }
+    const Node& leftmost = m_nodes[leaf];
+    if (front.where == kAhead) {
+      return front.key < leftmost.keys[0] ? count + 1 : -1;
+    }
+    return front.where == kInTree && leftmost.items[0] == first ? count : -1;
   }
 
  private:
-  // Tests look at the trees' shape and break their links through it.
+  // Tests look at the trees' shape and break them through it.
   friend class FirstFreeIndexInspector;
 
-  // member: kInTree, or kAhead for a first held ahead of the tree, whose
-  // left names the tree's leftmost node instead of a child.
+  // Where a chunk is: outside the index, in its class's tree, or held
+  // ahead of the tree as its class's first.
   enum { kOutside = 0, kInTree = 1, kAhead = 2 };
 
-  // Links are node numbers, 0 for none. A node outside the index is all
-  // zero but for its key, as in zeroed memory: Insert relies on it.
-  struct Node {
+  static const uint32_t kWidth = 15;
+  // A full node that gains an entry splits into two of kMinEntries + 1; two
+  // siblings of kMinEntries - 1 and kMinEntries merge into one that fits.
+  static const uint32_t kMinEntries = 7;
+  // Levels of a tree of fewer than 2^32 entries: 2 * 7^(levels - 1) <= n.
+  static const uint32_t kMaxHeight = 12;
+
+  // The join number of a chunk and where it is, by chunk number.
+  struct Slot {
     uint64_t key;
-    uint32_t left;
-    uint32_t right;
-    uint32_t parent;
-    uint16_t member;
-    uint16_t red;
+    uint32_t where;
+    uint32_t unused;
   };
 
-  // The deepest a valid tree can be: 2 log2(n + 1) nodes from the root to
-  // a leaf, with n below 2^32.
-  static const unsigned kMaxDepth = 64;
+  // A leaf's items are chunk numbers, an inner node's node numbers; keys[i]
+  // is items[i]'s join number, or a lower bound of its child's keys. The
+  // count and items fill the first cache line, the keys the next two.
+  struct Node {
+    uint32_t count;
+    uint32_t items[kWidth];
+    uint64_t keys[kWidth];
+    uint64_t unused;
+  };
+  QD_STATIC_ASSERT(sizeof(Node) == 192);
+
+  // A class's tree: its levels (0 when empty), its rightmost leaf and the
+  // leftmost node of every level from the leaf up to the root (node
+  // numbers, 0 for none). A level's leftmost node stays the same node: a
+  // split moves the upper half out and a merge keeps the left node, so
+  // only a new root or the root's collapse changes the array, at its top.
+  struct Tree {
+    uint32_t height;
+    uint32_t rightLeaf;
+    uint32_t leftmost[kMaxHeight];
+    uint32_t unused[2];
+  };
+
+  // The nodes from the root down to a leaf, and the entry taken in each.
+  struct Path {
+    uint32_t nodes[kMaxHeight];
+    uint32_t entries[kMaxHeight];
+  };
 
   FirstFreeIndex(const FirstFreeIndex&);
   FirstFreeIndex& operator=(const FirstFreeIndex&);
 
-  // Node numbers start at 1, so that 0 (zeroed memory) means none.
+  // Chunk numbers start at 1, so that 0 (zeroed memory) means none.
   uint32_t Number(const ChunkHeader* chunk) const {
     uintptr_t offset = reinterpret_cast<uintptr_t>(chunk) - m_base;
     uintptr_t number = QD_LIKELY(m_chunkShift != 0) ? offset >> m_chunkShift : offset / m_chunkSize;
@@ -278,360 +330,299 @@ class FirstFreeIndex {
     uintptr_t offset = static_cast<uintptr_t>(number - 1) * m_chunkSize;
     return ChunkAt(m_base + offset);
   }
-  Node& NodeOf(const ChunkHeader* chunk) { return m_nodes[Number(chunk)]; }
-  bool IsRed(uint32_t number) const { return m_nodes[number].red != 0; }
-  // A node out of the index reads as zeroed memory does.
-  static void Clear(Node& node) {
-    node.left = 0;
-    node.right = 0;
-    node.parent = 0;
-    node.member = kOutside;
-    node.red = 0;
-  }
-  uint32_t Leftmost(uint32_t number) const {
-    while (m_nodes[number].left != 0) {
-      number = m_nodes[number].left;
-    }
-    return number;
-  }
-  uint32_t Rightmost(uint32_t number) const {
-    while (m_nodes[number].right != 0) {
-      number = m_nodes[number].right;
-    }
-    return number;
+
+  ChunkHeader* TreeFirst(size_t index) const {
+    uint32_t leaf = m_trees[index].leftmost[0];
+    return leaf != 0 ? ChunkOfNumber(m_nodes[leaf].items[0]) : 0;
   }
 
-  // replacement takes old's place under parent (as the root when parent is
-  // 0, which needs no record: the root is the node without a parent).
-  void Relink(uint32_t parent, uint32_t old, uint32_t replacement) {
-    if (parent != 0) {
-      Node& above = m_nodes[parent];
-      if (above.left == old) {
-        above.left = replacement;
-      } else {
-        above.right = replacement;
-      }
-    }
-    if (replacement != 0) {
-      m_nodes[replacement].parent = parent;
-    }
-  }
-  // The node's right child takes its place, with the node as its left child.
-  void RotateLeft(uint32_t number) {
-    Node& node = m_nodes[number];
-    uint32_t child = node.right;
-    Node& below = m_nodes[child];
-    node.right = below.left;
-    if (below.left != 0) {
-      m_nodes[below.left].parent = number;
-    }
-    Relink(node.parent, number, child);
-    below.left = number;
-    node.parent = child;
-  }
-  void RotateRight(uint32_t number) {
-    Node& node = m_nodes[number];
-    uint32_t child = node.left;
-    Node& below = m_nodes[child];
-    node.left = below.right;
-    if (below.right != 0) {
-      m_nodes[below.right].parent = number;
-    }
-    Relink(node.parent, number, child);
-    below.right = number;
-    node.parent = child;
-  }
-
-  // The first, held ahead, joins the tree as its leftmost node.
-  QD_NOINLINE void PushIntoTree(uint32_t number) {
-    Node& node = m_nodes[number];
-    uint32_t below = node.left;
-    node.member = kInTree;
-    if (below == 0) {
-      return;
-    }
-    node.left = 0;
-    node.parent = below;
-    node.red = 1;
-    m_nodes[below].left = number;
-    RebalanceAfterInsert(number);
-  }
-
-  // The node, behind the first, joins the tree whose leftmost is leftmost
-  // (none: the tree is empty), red, without a search when it comes first
-  // or last there.
-  QD_NOINLINE void InsertIntoTree(size_t index, uint32_t number, uint32_t leftmost) {
-    Node& node = m_nodes[number];
-    if (leftmost == 0) {
-      m_nodes[Number(m_first[index])].left = number;
-      m_last[index] = number;
-      return;
-    }
-    node.red = 1;
-    uint64_t key = node.key;
-    if (key < m_nodes[leftmost].key) {
-      // Behind the first held ahead.
-      m_nodes[leftmost].left = number;
-      node.parent = leftmost;
-      m_nodes[Number(m_first[index])].left = number;
-      RebalanceAfterInsert(number);
-      return;
-    }
-    uint32_t last = m_last[index];
-    if (key > m_nodes[last].key) {
-      m_nodes[last].right = number;
-      node.parent = last;
-      m_last[index] = number;
-      RebalanceAfterInsert(number);
-      return;
-    }
-    // The nodes above the leftmost are its ancestors in increasing order:
-    // the key goes right of the highest one below it.
-    uint32_t at = leftmost;
-    for (uint32_t up = m_nodes[at].parent; up != 0 && m_nodes[up].key < key;
-         up = m_nodes[up].parent) {
-      at = up;
-    }
-    uint32_t* link = &m_nodes[at].right;
-    while (*link != 0) {
-      at = *link;
-      link = key < m_nodes[at].key ? &m_nodes[at].left : &m_nodes[at].right;
-    }
-    *link = number;
-    node.parent = at;
-    RebalanceAfterInsert(number);
-  }
-
-  // The leftmost node, not the only one, leaves. It has no left child, and
-  // a right child would be a lone red leaf: the next node is that child,
-  // else the parent. It is not the last node, as a node follows it.
-  QD_NOINLINE void RemoveLeftmost(size_t index, uint32_t number) {
-    Node& node = m_nodes[number];
-    uint32_t parent = node.parent;
-    uint32_t right = node.right;
-    bool red = node.red != 0;
-    Clear(node);
-    if (right != 0) {
-      // The red child takes the node's place, black.
-      Relink(parent, number, right);
-      m_nodes[right].red = 0;
-      m_first[index] = ChunkOfNumber(right);
-      return;
-    }
-    m_nodes[parent].left = 0;
-    m_first[index] = ChunkOfNumber(parent);
-    if (!red) {
-      // The paths through the parent's left side are a black node short.
-      RebalanceAfterRemoval(0, parent);
-    }
-  }
-
-  // The red node just added may have a red parent: recolour upwards while
-  // its uncle is red, then at most two rotations end it.
-  QD_NOINLINE void RebalanceAfterInsert(uint32_t number) {
-    for (;;) {
-      uint32_t parent = m_nodes[number].parent;
-      if (parent == 0) {
-        m_nodes[number].red = 0;
-        return;
-      }
-      if (!IsRed(parent)) {
-        return;
-      }
-      // A red node is never the root.
-      uint32_t grand = m_nodes[parent].parent;
-      Node& above = m_nodes[grand];
-      if (parent == above.left) {
-        uint32_t uncle = above.right;
-        if (IsRed(uncle)) {
-          m_nodes[parent].red = 0;
-          m_nodes[uncle].red = 0;
-          above.red = 1;
-          number = grand;
-          continue;
-        }
-        if (number == m_nodes[parent].right) {
-          RotateLeft(parent);
-          parent = number;
-        }
-        m_nodes[parent].red = 0;
-        above.red = 1;
-        RotateRight(grand);
-      } else {
-        uint32_t uncle = above.left;
-        if (IsRed(uncle)) {
-          m_nodes[parent].red = 0;
-          m_nodes[uncle].red = 0;
-          above.red = 1;
-          number = grand;
-          continue;
-        }
-        if (number == m_nodes[parent].left) {
-          RotateRight(parent);
-          parent = number;
-        }
-        m_nodes[parent].red = 0;
-        above.red = 1;
-        RotateLeft(grand);
-      }
-      return;
-    }
-  }
-
-  // Takes out a tree node other than the first.
-  void Erase(size_t index, uint32_t number) {
-    Node& node = m_nodes[number];
-    uint32_t first = Number(m_first[index]);
-    if (m_nodes[first].left == number && m_nodes[first].member == kAhead) {
-      m_nodes[first].left = node.right != 0 ? Leftmost(node.right) : node.parent;
-    }
-    if (m_last[index] == number) {
-      // With no node before it in the tree, the first held ahead is last.
-      uint32_t before = node.left != 0 ? Rightmost(node.left) : node.parent;
-      m_last[index] = before != 0 ? before : first;
-    }
-    // child takes the place of the node taken out of the tree, under parent.
-    uint32_t child;
-    uint32_t parent;
-    bool blackTakenOut;
-    if (node.left == 0 || node.right == 0) {
-      child = node.left != 0 ? node.left : node.right;
-      parent = node.parent;
-      blackTakenOut = node.red == 0;
-      Relink(parent, number, child);
+  uint32_t NewNode() {
+    uint32_t number = m_freeNodes;
+    if (number != 0) {
+      m_freeNodes = m_nodes[number].items[0];
     } else {
-      // The successor leaves its place for the node's.
-      uint32_t next = Leftmost(node.right);
-      Node& successor = m_nodes[next];
-      blackTakenOut = successor.red == 0;
-      child = successor.right;
-      if (successor.parent == number) {
-        parent = next;
-      } else {
-        parent = successor.parent;
-        Relink(parent, next, child);
-        successor.right = node.right;
-        m_nodes[node.right].parent = next;
-      }
-      Relink(node.parent, number, next);
-      successor.left = node.left;
-      m_nodes[node.left].parent = next;
-      successor.red = node.red;
+      number = ++m_nodesTaken;
     }
-    Clear(node);
-    if (blackTakenOut) {
-      RebalanceAfterRemoval(child, parent);
-    }
+    m_nodes[number].count = 0;
+    return number;
+  }
+  void FreeNode(uint32_t number) {
+    m_nodes[number].items[0] = m_freeNodes;
+    m_freeNodes = number;
   }
 
-  // The paths through child (under parent) are one black node short: move
-  // the shortage up while the sibling is black with black children, then
-  // at most three rotations end it.
-  void RebalanceAfterRemoval(uint32_t child, uint32_t parent) {
-    while (parent != 0 && !IsRed(child)) {
-      Node& above = m_nodes[parent];
-      // The sibling is never none: its side has a black node more.
-      if (child == above.left) {
-        uint32_t sibling = above.right;
-        if (IsRed(sibling)) {
-          m_nodes[sibling].red = 0;
-          above.red = 1;
-          RotateLeft(parent);
-          sibling = above.right;
-        }
-        Node& other = m_nodes[sibling];
-        if (!IsRed(other.left) && !IsRed(other.right)) {
-          other.red = 1;
-          child = parent;
-          parent = above.parent;
-          continue;
-        }
-        if (!IsRed(other.right)) {
-          m_nodes[other.left].red = 0;
-          other.red = 1;
-          RotateRight(sibling);
-          sibling = above.right;
-        }
-        Node& outer = m_nodes[sibling];
-        outer.red = above.red;
-        above.red = 0;
-        m_nodes[outer.right].red = 0;
-        RotateLeft(parent);
-      } else {
-        uint32_t sibling = above.left;
-        if (IsRed(sibling)) {
-          m_nodes[sibling].red = 0;
-          above.red = 1;
-          RotateRight(parent);
-          sibling = above.left;
-        }
-        Node& other = m_nodes[sibling];
-        if (!IsRed(other.left) && !IsRed(other.right)) {
-          other.red = 1;
-          child = parent;
-          parent = above.parent;
-          continue;
-        }
-        if (!IsRed(other.left)) {
-          m_nodes[other.right].red = 0;
-          other.red = 1;
-          RotateLeft(sibling);
-          sibling = above.left;
-        }
-        Node& outer = m_nodes[sibling];
-        outer.red = above.red;
-        above.red = 0;
-        m_nodes[outer.left].red = 0;
-        RotateRight(parent);
+  // The entries move one by one, carried through registers: the nodes are
+  // small, and a compiler that turned these loops into calls to memmove
+  // would add a call into the C library, its first in a process a lazy
+  // binding of microseconds.
+
+  // The entry goes in at position at, the node having room for it.
+  static void Put(Node& node, uint32_t at, uint64_t key, uint32_t item) {
+    for (uint32_t k = at; k < node.count; ++k) {
+      uint64_t nextKey = node.keys[k];
+      uint32_t nextItem = node.items[k];
+      node.keys[k] = key;
+      node.items[k] = item;
+      key = nextKey;
+      item = nextItem;
+    }
+    node.keys[node.count] = key;
+    node.items[node.count] = item;
+    ++node.count;
+  }
+  static void Take(Node& node, uint32_t at) {
+    uint32_t k = --node.count;
+    uint64_t key = node.keys[k];
+    uint32_t item = node.items[k];
+    while (k > at) {
+      --k;
+      uint64_t nextKey = node.keys[k];
+      uint32_t nextItem = node.items[k];
+      node.keys[k] = key;
+      node.items[k] = item;
+      key = nextKey;
+      item = nextItem;
+    }
+  }
+  // The entries of from from position at on move to the end of to, the
+  // last first.
+  static void MoveEntries(Node& from, uint32_t at, Node& to) {
+    uint32_t moved = from.count - at;
+    for (uint32_t k = moved; k > 0; --k) {
+      to.keys[to.count + k - 1] = from.keys[at + k - 1];
+      to.items[to.count + k - 1] = from.items[at + k - 1];
+    }
+    to.count += moved;
+    from.count = at;
+  }
+
+  // Down from the root to the leaf where key is or belongs, or along the
+  // leftmost nodes, read without touching the nodes above the leaf; the
+  // leaf's entry is left to the caller. On the way, a key below a node's
+  // lower bound lowers it.
+  void Descend(const Tree& tree, uint64_t key, bool leftmost, Path& path) {
+    uint32_t top = tree.height - 1;
+    if (leftmost) {
+      // Every entry taken is the first: the caller knows it.
+      for (uint32_t level = 0; level <= top; ++level) {
+        path.nodes[level] = tree.leftmost[top - level];
       }
       return;
     }
-    if (child != 0) {
-      m_nodes[child].red = 0;
+    uint32_t at = tree.leftmost[top];
+    for (uint32_t level = 0; level < top; ++level) {
+      Node& node = m_nodes[at];
+      uint32_t entry = 0;
+      while (entry + 1 < node.count && node.keys[entry + 1] <= key) {
+        ++entry;
+      }
+      if (key < node.keys[0]) {
+        node.keys[0] = key;
+      }
+      path.nodes[level] = at;
+      path.entries[level] = entry;
+      at = node.items[entry];
+    }
+    path.nodes[top] = at;
+  }
+
+  QD_NOINLINE void InsertIntoTree(size_t index, uint32_t number, uint64_t key) {
+    Tree& tree = m_trees[index];
+    if (tree.height == 0) {
+      uint32_t leaf = NewNode();
+      Put(m_nodes[leaf], 0, key, number);
+      tree.leftmost[0] = leaf;
+      tree.rightLeaf = leaf;
+      tree.height = 1;
+      return;
+    }
+    // After every key and with room, as when chunks get a free block in list
+    // order: the rightmost leaf's bounds hold it, no node above changes.
+    Node& last = m_nodes[tree.rightLeaf];
+    if (last.count < kWidth && key > last.keys[last.count - 1]) {
+      Put(last, last.count, key, number);
+      return;
+    }
+    Path path;
+    Descend(tree, key, false, path);
+    uint32_t level = tree.height - 1;
+    const Node& leaf = m_nodes[path.nodes[level]];
+    uint32_t at = 0;
+    while (at < leaf.count && leaf.keys[at] < key) {
+      ++at;
+    }
+    uint32_t item = number;
+    for (;;) {
+      uint32_t current = path.nodes[level];
+      Node& node = m_nodes[current];
+      if (node.count < kWidth) {
+        Put(node, at, key, item);
+        return;
+      }
+      // Full: the upper half moves to a new node on its right, the entry
+      // goes to whichever half it falls in, each ending with eight.
+      uint32_t right = NewNode();
+      Node& upper = m_nodes[right];
+      if (at <= kMinEntries) {
+        MoveEntries(node, kMinEntries, upper);
+        Put(node, at, key, item);
+      } else {
+        MoveEntries(node, kMinEntries + 1, upper);
+        Put(upper, at - kMinEntries - 1, key, item);
+      }
+      key = upper.keys[0];
+      item = right;
+      if (current == tree.rightLeaf) {
+        tree.rightLeaf = right;
+      }
+      if (level == 0) {
+        uint32_t root = NewNode();
+        Node& top = m_nodes[root];
+        Put(top, 0, node.keys[0], current);
+        Put(top, 1, key, item);
+        tree.leftmost[tree.height] = root;
+        ++tree.height;
+        return;
+      }
+      --level;
+      at = path.entries[level] + 1;
     }
   }
 
-  // The black nodes on every path down from number (all the same), or -1;
-  // count gains the subtree's nodes. Keys lie strictly between those of
-  // low and high (0: unbounded), which also rules out cycles.
-  long BlackHeight(uint32_t number, uint32_t parent, uint32_t low, uint32_t high, unsigned depth,
-                   long& count) const {
-    if (number == 0) {
-      return 0;
+  // Takes the entry of key out of the class's tree (its first entry when
+  // first), then mends the nodes left under-filled, from the leaf up.
+  QD_NOINLINE void RemoveFromTree(size_t index, uint64_t key, bool first) {
+    Tree& tree = m_trees[index];
+    Node& front = m_nodes[tree.leftmost[0]];
+    if (first && (front.count > kMinEntries || (tree.height == 1 && front.count > 1))) {
+      // Enough entries stay: no node above changes.
+      Take(front, 0);
+      return;
     }
-    if (number > m_chunks || depth > kMaxDepth) {
-      return -1;
+    Path path;
+    Descend(tree, key, first, path);
+    uint32_t level = tree.height - 1;
+    Node& leaf = m_nodes[path.nodes[level]];
+    uint32_t at = 0;
+    while (at < leaf.count && leaf.keys[at] < key) {
+      ++at;
+    }
+    Take(leaf, at);
+    for (; level > 0; --level) {
+      uint32_t current = path.nodes[level];
+      Node& node = m_nodes[current];
+      if (node.count >= kMinEntries) {
+        return;
+      }
+      Node& parent = m_nodes[path.nodes[level - 1]];
+      uint32_t entry = first ? 0 : path.entries[level - 1];
+      // A node below the root has a sibling: its parent has two entries
+      // or more.
+      if (entry + 1 < parent.count) {
+        uint32_t sibling = parent.items[entry + 1];
+        Node& right = m_nodes[sibling];
+        if (right.count > kMinEntries) {
+          Put(node, node.count, right.keys[0], right.items[0]);
+          Take(right, 0);
+          parent.keys[entry + 1] = right.keys[0];
+          return;
+        }
+        MoveEntries(right, 0, node);
+        FreeNode(sibling);
+        Take(parent, entry + 1);
+        if (sibling == tree.rightLeaf) {
+          tree.rightLeaf = current;
+        }
+      } else {
+        uint32_t sibling = parent.items[entry - 1];
+        Node& left = m_nodes[sibling];
+        if (left.count > kMinEntries) {
+          uint32_t last = left.count - 1;
+          Put(node, 0, left.keys[last], left.items[last]);
+          left.count = last;
+          parent.keys[entry] = node.keys[0];
+          return;
+        }
+        MoveEntries(node, 0, left);
+        FreeNode(current);
+        Take(parent, entry);
+        if (current == tree.rightLeaf) {
+          tree.rightLeaf = sibling;
+        }
+      }
+    }
+    uint32_t top = tree.height - 1;
+    uint32_t root = tree.leftmost[top];
+    if (m_nodes[root].count == 0) {
+      // Only a lone leaf empties.
+      FreeNode(root);
+      tree.leftmost[0] = 0;
+      tree.rightLeaf = 0;
+      tree.height = 0;
+    } else if (top > 0 && m_nodes[root].count == 1) {
+      // The root's one child, its leftmost, becomes the root.
+      FreeNode(root);
+      tree.leftmost[top] = 0;
+      tree.height = top;
+    }
+  }
+
+  // Checks the subtree of node number, on level (1 for the root) of tree:
+  // its keys lie at or above low and, when bounded, below high; count gains
+  // its entries. The depth is bounded by the tree's height, which also
+  // rules out cycles.
+  bool CheckNode(const Tree& tree, uint32_t number, uint32_t level, uint64_t low, bool bounded,
+                 uint64_t high, long& count) const {
+    if (number == 0 || number > m_nodesTaken) {
+      return false;
     }
     const Node& node = m_nodes[number];
-    if (node.member != kInTree || node.red > 1 || node.parent != parent ||
-        (low != 0 && node.key <= m_nodes[low].key) ||
-        (high != 0 && node.key >= m_nodes[high].key) || (node.red != 0 && IsRed(parent))) {
-      return -1;
+    bool root = level == 1;
+    bool leaf = level == tree.height;
+    uint32_t least = root ? (leaf ? 1 : 2) : kMinEntries;
+    if (node.count < least || node.count > kWidth || node.keys[0] < low) {
+      return false;
     }
-    long left = BlackHeight(node.left, number, low, number, depth + 1, count);
-    if (left < 0) {
-      return -1;
+    for (uint32_t k = 0; k < node.count; ++k) {
+      uint64_t key = node.keys[k];
+      if ((k > 0 && key <= node.keys[k - 1]) || (bounded && key >= high)) {
+        return false;
+      }
+      if (leaf) {
+        uint32_t chunk = node.items[k];
+        if (chunk == 0 || chunk > m_chunks || m_slots[chunk].where != kInTree ||
+            m_slots[chunk].key != key) {
+          return false;
+        }
+        ++count;
+        continue;
+      }
+      bool last = k + 1 == node.count;
+      if (!CheckNode(tree, node.items[k], level + 1, key, bounded || !last,
+                     last ? high : node.keys[k + 1], count)) {
+        return false;
+      }
     }
-    long right = BlackHeight(node.right, number, number, high, depth + 1, count);
-    if (right != left) {
-      return -1;
-    }
-    ++count;
-    return left + (node.red != 0 ? 0 : 1);
+    return true;
   }
 
   void* m_mapping;
   size_t m_mappingBytes;
   ChunkHeader** m_first;
   ChunkHeader** m_tail;
-  // The node of the class's latest joined chunk with a free block.
-  uint32_t* m_last;
+  Tree* m_trees;
+  Slot* m_slots;
   Node* m_nodes;
   uintptr_t m_base;
   uint32_t m_chunkSize;
   uint32_t m_chunkShift;
   uint32_t m_chunks;
   uint32_t m_classes;
+  // Nodes counted out at the start; taken so far (the highest number
+  // used); the first of those given back, linked through items[0].
+  uint32_t m_nodeCount;
+  uint32_t m_nodesTaken;
+  uint32_t m_freeNodes;
   uint64_t m_joins;
 };
 

@@ -7,11 +7,14 @@
 #define QD_UNLIKELY(x) __builtin_expect(!!(x), 0)
 #define QD_NOINLINE __attribute__((noinline))
 #define QD_ALWAYS_INLINE inline __attribute__((always_inline))
+// Starts loading the cache line at address for a read soon to come.
+#define QD_PREFETCH(address) __builtin_prefetch(address)
 #else
 #define QD_LIKELY(x) (x)
 #define QD_UNLIKELY(x) (x)
 #define QD_NOINLINE
 #define QD_ALWAYS_INLINE inline
+#define QD_PREFETCH(address) ((void)(address))
 #endif
 
 #define QD_CONCAT_IMPL(a, b) a##b

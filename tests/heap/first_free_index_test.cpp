@@ -7,6 +7,7 @@
 
 #include <stdint.h>
 
+#include <algorithm>
 #include <map>
 #include <random>
 #include <vector>
@@ -18,78 +19,62 @@
 namespace Quendal {
 namespace Heap {
 
-// The trees' shape, and a way to break them, for the tests below.
+// The trees' shape, and a way to break them, for the tests below. Nodes
+// are named by number, 0 for none.
 class FirstFreeIndexInspector {
  public:
   explicit FirstFreeIndexInspector(FirstFreeIndex& index) : m_index(index) {}
 
-  // Nodes on the longest path from the class's root down, 0 when the tree
-  // is empty.
-  int Height(size_t index) const { return HeightBelow(RootNumber(index)); }
+  static uint32_t Width() { return FirstFreeIndex::kWidth; }
+  static uint32_t MinEntries() { return FirstFreeIndex::kMinEntries; }
 
-  ChunkHeader* Root(size_t index) const { return m_index.ChunkOfNumber(RootNumber(index)); }
+  // Levels of the class's tree, 0 when it is empty.
+  uint32_t Height(size_t index) const { return m_index.m_trees[index].height; }
+  uint32_t Root(size_t index) const {
+    const FirstFreeIndex::Tree& tree = m_index.m_trees[index];
+    return tree.height != 0 ? tree.leftmost[tree.height - 1] : 0;
+  }
+  // Nodes in use in all classes, and the most there can be.
+  uint32_t NodesInUse() const {
+    uint32_t free = 0;
+    for (uint32_t node = m_index.m_freeNodes; node != 0; node = m_index.m_nodes[node].items[0]) {
+      ++free;
+    }
+    return m_index.m_nodesTaken - free;
+  }
+  uint32_t NodeCount() const { return m_index.m_nodeCount; }
   // Whether the class's first is held ahead of its tree.
   bool FirstHeldAhead(size_t index) const {
     return m_index.m_first[index] != nullptr &&
-           NodeOf(m_index.m_first[index]).member == FirstFreeIndex::kAhead;
+           SlotOf(m_index.m_first[index]).where == FirstFreeIndex::kAhead;
   }
-  ChunkHeader* Left(const ChunkHeader* chunk) const {
-    return m_index.ChunkOfNumber(NodeOf(chunk).left);
-  }
-  ChunkHeader* Right(const ChunkHeader* chunk) const {
-    return m_index.ChunkOfNumber(NodeOf(chunk).right);
-  }
-  ChunkHeader* Parent(const ChunkHeader* chunk) const {
-    return m_index.ChunkOfNumber(NodeOf(chunk).parent);
-  }
-  bool IsRed(const ChunkHeader* chunk) const { return NodeOf(chunk).red != 0; }
 
-  void SetLeft(const ChunkHeader* chunk, const ChunkHeader* child) {
-    NodeOf(chunk).left = NumberOf(child);
+  uint32_t Count(uint32_t node) const { return m_index.m_nodes[node].count; }
+  uint32_t Item(uint32_t node, uint32_t entry) const { return m_index.m_nodes[node].items[entry]; }
+  uint64_t Key(uint32_t node, uint32_t entry) const { return m_index.m_nodes[node].keys[entry]; }
+  ChunkHeader* ChunkOf(uint32_t number) const { return m_index.ChunkOfNumber(number); }
+
+  void SetCount(uint32_t node, uint32_t count) { m_index.m_nodes[node].count = count; }
+  void SetItem(uint32_t node, uint32_t entry, uint32_t item) {
+    m_index.m_nodes[node].items[entry] = item;
   }
-  void SetRight(const ChunkHeader* chunk, const ChunkHeader* child) {
-    NodeOf(chunk).right = NumberOf(child);
+  void SetKey(uint32_t node, uint32_t entry, uint64_t key) {
+    m_index.m_nodes[node].keys[entry] = key;
   }
-  void SetParent(const ChunkHeader* chunk, const ChunkHeader* parent) {
-    NodeOf(chunk).parent = NumberOf(parent);
+  void SetHeight(size_t index, uint32_t height) { m_index.m_trees[index].height = height; }
+  // The leftmost node of a level, 0 for the leaves.
+  void SetLeftmost(size_t index, uint32_t level, uint32_t node) {
+    m_index.m_trees[index].leftmost[level] = node;
   }
-  void SetRed(const ChunkHeader* chunk, bool red) { NodeOf(chunk).red = red ? 1 : 0; }
-  void SetMember(const ChunkHeader* chunk, bool member) {
-    NodeOf(chunk).member = member ? FirstFreeIndex::kInTree : FirstFreeIndex::kOutside;
-  }
-  void SetHeldAhead(const ChunkHeader* chunk) { NodeOf(chunk).member = FirstFreeIndex::kAhead; }
-  void SetKey(const ChunkHeader* chunk, uint64_t key) { NodeOf(chunk).key = key; }
+  void SetRightLeaf(size_t index, uint32_t node) { m_index.m_trees[index].rightLeaf = node; }
+  void SetOutside(const ChunkHeader* chunk) { SlotOf(chunk).where = FirstFreeIndex::kOutside; }
+  void SetHeldAhead(const ChunkHeader* chunk) { SlotOf(chunk).where = FirstFreeIndex::kAhead; }
+  void SetJoinNumber(const ChunkHeader* chunk, uint64_t key) { SlotOf(chunk).key = key; }
   void SetFirst(size_t index, ChunkHeader* chunk) { m_index.m_first[index] = chunk; }
-  void SetLast(size_t index, ChunkHeader* chunk) { m_index.m_last[index] = NumberOf(chunk); }
 
  private:
-  FirstFreeIndex::Node& NodeOf(const ChunkHeader* chunk) const {
-    return m_index.m_nodes[m_index.Number(chunk)];
-  }
-  uint32_t NumberOf(const ChunkHeader* chunk) const {
-    return chunk != nullptr ? m_index.Number(chunk) : 0;
-  }
-  // The tree's root, found from its leftmost node.
-  uint32_t RootNumber(size_t index) const {
-    if (m_index.m_first[index] == nullptr) {
-      return 0;
-    }
-    uint32_t root = m_index.Number(m_index.m_first[index]);
-    if (m_index.m_nodes[root].member == FirstFreeIndex::kAhead) {
-      root = m_index.m_nodes[root].left;
-    }
-    while (root != 0 && m_index.m_nodes[root].parent != 0) {
-      root = m_index.m_nodes[root].parent;
-    }
-    return root;
-  }
-  int HeightBelow(uint32_t number) const {
-    if (number == 0) {
-      return 0;
-    }
-    int left = HeightBelow(m_index.m_nodes[number].left);
-    int right = HeightBelow(m_index.m_nodes[number].right);
-    return 1 + (left > right ? left : right);
+  FirstFreeIndex::Slot& SlotOf(const ChunkHeader* chunk) const {
+    return m_index.m_slots[m_index.Number(chunk)];
   }
 
   FirstFreeIndex& m_index;
@@ -114,16 +99,16 @@ ChunkHeader* Chunk(uint32_t number) {
   return reinterpret_cast<ChunkHeader*>(kBase + uintptr_t(number) * kChunkBytes);
 }
 
-// The deepest a red-black tree of n nodes can be. Every path down from the
-// root has the same number b of black nodes, so the tree holds a complete
-// tree of b levels: n >= 2^b - 1, b <= log2(n + 1). No red node has a red
-// child, so a path has at most b red nodes besides: 2b nodes in all.
-int HeightBound(size_t nodes) {
-  int blackHeight = 0;
-  while ((uint64_t(1) << (blackHeight + 1)) <= uint64_t(nodes) + 1) {
-    ++blackHeight;
+// The most levels a tree of n entries can have: its root has two entries or
+// more, every other node at least the least fill, so n >= 2 * least^(h - 1).
+uint32_t HeightBound(size_t entries) {
+  uint32_t levels = 1;
+  uint64_t least = 2 * FirstFreeIndexInspector::MinEntries();
+  while (least <= entries) {
+    ++levels;
+    least *= FirstFreeIndexInspector::MinEntries();
   }
-  return 2 * blackHeight;
+  return levels;
 }
 
 // The index and its model side by side: every call goes to both, and Check
@@ -327,10 +312,10 @@ TEST(FirstFreeIndexTest, ChunksGettingAFreeBlockFromBothEndsMatchTheModel) {
   RunOrder(1000, kBothEnds);
 }
 
-// The height after each phase of the orders above and of removals from the
-// middle, with 64 000 chunks in one class, is within the bound of any
-// red-black tree of that many nodes.
-TEST(FirstFreeIndexTest, TreesStayWithinTheRedBlackHeightBound) {
+// The levels and the nodes in use after each phase of the orders above and
+// of removals from the middle, with 64 000 chunks in one class, are within
+// the bounds of any tree of that many entries.
+TEST(FirstFreeIndexTest, TreesStayWithinTheHeightAndNodeBounds) {
   const uint32_t kChunks = 64000;
   FirstFreeIndex index;
   ASSERT_TRUE(index.Start(kBase, kChunkBytes, kChunkShift, kChunks, 1));
@@ -338,29 +323,38 @@ TEST(FirstFreeIndexTest, TreesStayWithinTheRedBlackHeightBound) {
   for (uint32_t chunk = 0; chunk < kChunks; ++chunk) {
     index.Join(Chunk(chunk));
   }
+  // The first is held ahead: the tree has one entry fewer than the class.
+  auto withinBounds = [&](uint32_t members) {
+    uint32_t entries = members - (inspector.FirstHeldAhead(0) ? 1 : 0);
+    return inspector.Height(0) <= HeightBound(entries) &&
+           inspector.NodesInUse() <= entries / (FirstFreeIndexInspector::MinEntries() - 1) + 1;
+  };
   const Order orders[] = {kFrontToBack, kBackToFront, kBothEnds};
   for (Order order : orders) {
     std::vector<uint32_t> sequence = Sequence(kChunks, order);
     for (uint32_t k = 0; k < kChunks; ++k) {
       index.Insert(0, Chunk(sequence[k]));
-      // Sampled: measuring the height walks the whole tree.
+      // Sampled: counting the nodes in use walks the free ones.
       if ((k & (k + 1)) == 0) {
-        ASSERT_LE(inspector.Height(0), HeightBound(k + 1)) << "order " << order << ", " << k;
+        ASSERT_TRUE(withinBounds(k + 1)) << "order " << order << ", " << k;
       }
     }
+    ASSERT_TRUE(withinBounds(kChunks)) << "order " << order;
     ASSERT_EQ(index.CountMembers(0), long(kChunks));
-    ASSERT_LE(inspector.Height(0), HeightBound(kChunks)) << "order " << order;
     // Every other chunk leaves, in the same order: holes all along the list.
     for (uint32_t k = 0; k < kChunks; k += 2) {
       index.Remove(0, Chunk(sequence[k]));
+      if ((k & (k + 2)) == 0) {
+        ASSERT_TRUE(withinBounds(kChunks - k / 2 - 1)) << "order " << order << ", " << k;
+      }
     }
+    ASSERT_TRUE(withinBounds(kChunks / 2)) << "order " << order;
     ASSERT_EQ(index.CountMembers(0), long(kChunks / 2));
-    ASSERT_LE(inspector.Height(0), HeightBound(kChunks / 2)) << "order " << order;
     for (uint32_t k = 0; k < kChunks / 4; ++k) {
       index.RemoveFirst(0);
     }
     ASSERT_EQ(index.CountMembers(0), long(kChunks / 4));
-    ASSERT_LE(inspector.Height(0), HeightBound(kChunks / 4)) << "order " << order;
+    ASSERT_TRUE(withinBounds(kChunks / 4)) << "order " << order;
     for (uint32_t k = 1; k < kChunks; k += 2) {
       if (index.Contains(Chunk(sequence[k]))) {
         index.Remove(0, Chunk(sequence[k]));
@@ -368,175 +362,190 @@ TEST(FirstFreeIndexTest, TreesStayWithinTheRedBlackHeightBound) {
     }
     ASSERT_EQ(index.First(0), nullptr);
     ASSERT_EQ(index.CountMembers(0), 0);
+    ASSERT_EQ(inspector.NodesInUse(), 0u);
   }
 }
 
-// Chunks 0 to 100 of one class get a free block front to back: chunk 0 is
-// the first, held ahead of a tree of the other 100, which has black and red
-// nodes at several depths.
+// Two chunks in each of 600 classes and the rest in four large classes,
+// all with a free block, then random insertions and removals: the nodes
+// counted out at the start, one per class beyond a sixth of the chunks,
+// never run short.
+TEST(FirstFreeIndexTest, TheNodesSufficeWithEveryClassInUse) {
+  const uint32_t kChunks = 3000;
+  const uint32_t kClasses = 604;
+  const uint32_t kPaired = 1200;
+  ModelledIndex modelled(kChunks, kClasses);
+  ASSERT_TRUE(modelled.started);
+  FirstFreeIndexInspector inspector(modelled.index);
+  std::mt19937 random(7);
+  for (uint32_t chunk = 0; chunk < kChunks; ++chunk) {
+    modelled.Join(chunk, chunk < kPaired ? chunk / 2 : kPaired / 2 + random() % 4);
+  }
+  for (uint32_t chunk = 0; chunk < kChunks; ++chunk) {
+    modelled.Insert(chunk);
+  }
+  ASSERT_NO_FATAL_FAILURE(modelled.CheckAll());
+  // Every small class has a tree of one entry behind its first: more nodes
+  // than a sixth of the chunks.
+  ASSERT_GT(inspector.NodesInUse(), kChunks / 6);
+  ASSERT_LE(inspector.NodesInUse(), inspector.NodeCount());
+  for (int step = 0; step < 20000; ++step) {
+    uint32_t chunk = random() % kChunks;
+    if (modelled.IsMember(chunk)) {
+      modelled.Remove(chunk);
+    } else {
+      modelled.Insert(chunk);
+    }
+    if (step % 64 == 0) {
+      ASSERT_LE(inspector.NodesInUse(), inspector.NodeCount()) << "step " << step;
+    }
+  }
+  ASSERT_NO_FATAL_FAILURE(modelled.CheckAll());
+}
+
+// Chunks 0 to 300 of one class get a free block front to back: chunk 0 is
+// the first, held ahead of a tree of the other 300 on three levels.
 class FirstFreeIndexBrokenTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_TRUE(index.Start(kBase, kChunkBytes, kChunkShift, 128, 2));
-    for (uint32_t chunk = 0; chunk <= 100; ++chunk) {
+    ASSERT_TRUE(index.Start(kBase, kChunkBytes, kChunkShift, 400, 2));
+    for (uint32_t chunk = 0; chunk <= 300; ++chunk) {
       index.Join(Chunk(chunk));
       index.Insert(0, Chunk(chunk));
     }
-    ASSERT_EQ(index.CountMembers(0), 101);
+    ASSERT_EQ(index.CountMembers(0), 301);
     ASSERT_TRUE(inspector.FirstHeldAhead(0));
+    ASSERT_EQ(inspector.Height(0), 3u);
     root = inspector.Root(0);
-    ASSERT_NE(inspector.Left(root), nullptr);
-    ASSERT_NE(inspector.Right(root), nullptr);
-  }
-
-  // A black node with two children, below the root.
-  ChunkHeader* InnerBlackNode() {
-    ChunkHeader* chunk = inspector.Right(root);
-    while (inspector.IsRed(chunk) || inspector.Left(chunk) == nullptr ||
-           inspector.Right(chunk) == nullptr) {
-      chunk = inspector.Right(chunk);
-    }
-    return chunk;
+    inner = inspector.Item(root, 1);
+    leaf = inspector.Item(inner, 1);
   }
 
   FirstFreeIndex index;
   FirstFreeIndexInspector inspector{index};
-  ChunkHeader* root = nullptr;
+  // The root, its second child, and that child's second child, a leaf.
+  uint32_t root = 0;
+  uint32_t inner = 0;
+  uint32_t leaf = 0;
 };
 
-TEST_F(FirstFreeIndexBrokenTest, AWrongParentLinkIsFound) {
-  ChunkHeader* chunk = InnerBlackNode();
-  inspector.SetParent(inspector.Left(chunk), root);
+TEST_F(FirstFreeIndexBrokenTest, KeysOutOfOrderInALeafAreFound) {
+  uint64_t key = inspector.Key(leaf, 1);
+  uint32_t chunk = inspector.Item(leaf, 1);
+  inspector.SetKey(leaf, 1, inspector.Key(leaf, 2));
+  inspector.SetItem(leaf, 1, inspector.Item(leaf, 2));
+  inspector.SetKey(leaf, 2, key);
+  inspector.SetItem(leaf, 2, chunk);
   EXPECT_EQ(index.CountMembers(0), -1);
 }
 
-TEST_F(FirstFreeIndexBrokenTest, AChildLinkToANodeOutOfOrderIsFound) {
-  ChunkHeader* chunk = InnerBlackNode();
-  ChunkHeader* left = inspector.Left(chunk);
-  ChunkHeader* right = inspector.Right(chunk);
-  inspector.SetLeft(chunk, right);
-  inspector.SetRight(chunk, left);
+TEST_F(FirstFreeIndexBrokenTest, AnEntryWhoseChunkHasAnotherJoinNumberIsFound) {
+  inspector.SetJoinNumber(inspector.ChunkOf(inspector.Item(leaf, 3)), 100000);
+  EXPECT_EQ(index.CountMembers(0), -1);
+}
+
+TEST_F(FirstFreeIndexBrokenTest, AnUnderFilledNodeIsFound) {
+  inspector.SetCount(leaf, FirstFreeIndexInspector::MinEntries() - 1);
+  EXPECT_EQ(index.CountMembers(0), -1);
+}
+
+TEST_F(FirstFreeIndexBrokenTest, AnOverFullNodeIsFound) {
+  inspector.SetCount(inner, FirstFreeIndexInspector::Width() + 1);
+  EXPECT_EQ(index.CountMembers(0), -1);
+}
+
+TEST_F(FirstFreeIndexBrokenTest, ABoundAboveItsChildsKeysIsFound) {
+  inspector.SetKey(root, 1, inspector.Key(root, 1) + 1);
+  EXPECT_EQ(index.CountMembers(0), -1);
+}
+
+TEST_F(FirstFreeIndexBrokenTest, ABoundAtOrBelowThePreviousChildsKeysIsFound) {
+  inspector.SetKey(root, 1, inspector.Key(root, 1) - 1);
+  EXPECT_EQ(index.CountMembers(0), -1);
+}
+
+TEST_F(FirstFreeIndexBrokenTest, AChildLinkThatSkipsALevelIsFound) {
+  inspector.SetItem(root, 1, leaf);
   EXPECT_EQ(index.CountMembers(0), -1);
 }
 
 TEST_F(FirstFreeIndexBrokenTest, ALinkBackUpTheTreeIsFound) {
-  ChunkHeader* chunk = InnerBlackNode();
-  ChunkHeader* leaf = chunk;
-  while (inspector.Right(leaf) != nullptr) {
-    leaf = inspector.Right(leaf);
-  }
-  inspector.SetRight(leaf, root);
+  inspector.SetItem(inner, inspector.Count(inner) - 1, root);
   EXPECT_EQ(index.CountMembers(0), -1);
 }
 
-TEST_F(FirstFreeIndexBrokenTest, ALinkOutOfTheChunksIsFound) {
-  ChunkHeader* chunk = InnerBlackNode();
-  ChunkHeader* leaf = chunk;
-  while (inspector.Right(leaf) != nullptr) {
-    leaf = inspector.Right(leaf);
-  }
-  inspector.SetRight(leaf, Chunk(1000));
+TEST_F(FirstFreeIndexBrokenTest, ALinkOutOfTheNodesIsFound) {
+  inspector.SetItem(inner, 1, 100000);
   EXPECT_EQ(index.CountMembers(0), -1);
 }
 
-TEST_F(FirstFreeIndexBrokenTest, AnUnbalancedTreeIsFound) {
-  // A red node turned black: its paths have a black node more.
-  ChunkHeader* chunk = root;
-  while (!inspector.IsRed(chunk)) {
-    chunk = inspector.Right(chunk);
-    ASSERT_NE(chunk, nullptr);
-  }
-  inspector.SetRed(chunk, false);
+TEST_F(FirstFreeIndexBrokenTest, AWrongHeightIsFound) {
+  inspector.SetHeight(0, 2);
+  EXPECT_EQ(index.CountMembers(0), -1);
+  inspector.SetHeight(0, 4);
+  EXPECT_EQ(index.CountMembers(0), -1);
+  inspector.SetHeight(0, 100);
   EXPECT_EQ(index.CountMembers(0), -1);
 }
 
-TEST_F(FirstFreeIndexBrokenTest, ARedNodeUnderARedNodeIsFound) {
-  // A black node with two red children under a red parent turns red and
-  // its children black: every path keeps its black count, but two red
-  // nodes follow each other.
-  ChunkHeader* flipped = nullptr;
-  for (uint32_t chunk = 1; chunk <= 100 && flipped == nullptr; ++chunk) {
-    ChunkHeader* node = Chunk(chunk);
-    ChunkHeader* parent = inspector.Parent(node);
-    if (parent != nullptr && inspector.IsRed(parent) && !inspector.IsRed(node) &&
-        inspector.Left(node) != nullptr && inspector.IsRed(inspector.Left(node)) &&
-        inspector.Right(node) != nullptr && inspector.IsRed(inspector.Right(node))) {
-      flipped = node;
-    }
-  }
-  ASSERT_NE(flipped, nullptr);
-  inspector.SetRed(flipped, true);
-  inspector.SetRed(inspector.Left(flipped), false);
-  inspector.SetRed(inspector.Right(flipped), false);
+TEST_F(FirstFreeIndexBrokenTest, AnEntryWhoseChunkReadsAsOutsideIsFound) {
+  inspector.SetOutside(inspector.ChunkOf(inspector.Item(leaf, 0)));
   EXPECT_EQ(index.CountMembers(0), -1);
 }
 
-TEST_F(FirstFreeIndexBrokenTest, ARedRootIsFound) {
-  inspector.SetRed(root, true);
+TEST_F(FirstFreeIndexBrokenTest, AnEntryWhoseChunkReadsAsHeldAheadIsFound) {
+  inspector.SetHeldAhead(inspector.ChunkOf(inspector.Item(leaf, 0)));
   EXPECT_EQ(index.CountMembers(0), -1);
 }
 
-TEST_F(FirstFreeIndexBrokenTest, AMemberFlagLostIsFound) {
-  inspector.SetMember(InnerBlackNode(), false);
+TEST_F(FirstFreeIndexBrokenTest, AWrongLeftmostLeafIsFound) {
+  inspector.SetLeftmost(0, 0, leaf);
   EXPECT_EQ(index.CountMembers(0), -1);
 }
 
-TEST_F(FirstFreeIndexBrokenTest, AKeyOutOfOrderIsFound) {
-  inspector.SetKey(InnerBlackNode(), 1000);
+TEST_F(FirstFreeIndexBrokenTest, AWrongLeftmostInnerNodeIsFound) {
+  inspector.SetLeftmost(0, 1, inner);
   EXPECT_EQ(index.CountMembers(0), -1);
 }
 
-TEST_F(FirstFreeIndexBrokenTest, AFirstThatIsNotTheLeftmostIsFound) {
-  // With the first held ahead gone, the first is the tree's leftmost.
+TEST_F(FirstFreeIndexBrokenTest, AWrongRightmostLeafIsFound) {
+  inspector.SetRightLeaf(0, leaf);
+  EXPECT_EQ(index.CountMembers(0), -1);
+}
+
+TEST_F(FirstFreeIndexBrokenTest, AFirstThatIsNotTheTreesFirstIsFound) {
+  // With the first held ahead gone, the first is the tree's first entry.
   index.RemoveFirst(0);
   ASSERT_FALSE(inspector.FirstHeldAhead(0));
-  ASSERT_EQ(index.CountMembers(0), 100);
-  inspector.SetFirst(0, root);
+  ASSERT_EQ(index.CountMembers(0), 300);
+  inspector.SetFirst(0, Chunk(5));
   EXPECT_EQ(index.CountMembers(0), -1);
 }
 
-TEST_F(FirstFreeIndexBrokenTest, ALastThatIsNotTheRightmostIsFound) {
-  inspector.SetLast(0, root);
+TEST_F(FirstFreeIndexBrokenTest, AFirstHeldAheadAfterTheTreesFirstIsFound) {
+  inspector.SetJoinNumber(index.First(0), 1000);
   EXPECT_EQ(index.CountMembers(0), -1);
 }
 
-TEST_F(FirstFreeIndexBrokenTest, AFirstWithAParentCycleIsFound) {
-  // The first's parent chain loops: the root's parent is the first.
-  index.RemoveFirst(0);
-  ASSERT_FALSE(inspector.FirstHeldAhead(0));
-  inspector.SetParent(root, index.First(0));
+TEST_F(FirstFreeIndexBrokenTest, AFirstThatIsNoChunkIsFound) {
+  inspector.SetFirst(0, reinterpret_cast<ChunkHeader*>(kBase + 1));
   EXPECT_EQ(index.CountMembers(0), -1);
 }
 
-TEST_F(FirstFreeIndexBrokenTest, AFirstHeldAheadThatDoesNotNameTheLeftmostIsFound) {
-  inspector.SetLeft(index.First(0), root);
-  EXPECT_EQ(index.CountMembers(0), -1);
+TEST_F(FirstFreeIndexBrokenTest, ATreeInAClassWithoutAFirstIsFound) {
+  inspector.SetLeftmost(1, 0, leaf);
+  EXPECT_EQ(index.CountMembers(1), -1);
 }
 
-TEST_F(FirstFreeIndexBrokenTest, AFirstHeldAheadAfterTheLeftmostIsFound) {
-  inspector.SetKey(index.First(0), 1000);
-  EXPECT_EQ(index.CountMembers(0), -1);
-}
-
-TEST_F(FirstFreeIndexBrokenTest, AFirstHeldAheadWithAParentIsFound) {
-  inspector.SetParent(index.First(0), root);
-  EXPECT_EQ(index.CountMembers(0), -1);
-}
-
-TEST_F(FirstFreeIndexBrokenTest, ATreeNodeMarkedAsHeldAheadIsFound) {
-  inspector.SetHeldAhead(InnerBlackNode());
-  EXPECT_EQ(index.CountMembers(0), -1);
-}
-
-TEST_F(FirstFreeIndexBrokenTest, ALoneFirstHeldAheadThatIsNotLastIsFound) {
-  FirstFreeIndex lone;
-  ASSERT_TRUE(lone.Start(kBase, kChunkBytes, kChunkShift, 8, 1));
-  lone.Join(Chunk(3));
-  lone.Insert(0, Chunk(3));
-  ASSERT_EQ(lone.CountMembers(0), 1);
-  EXPECT_TRUE(lone.HoldsOnly(0, Chunk(3)));
-  FirstFreeIndexInspector(lone).SetLast(0, Chunk(4));
-  EXPECT_EQ(lone.CountMembers(0), -1);
+TEST_F(FirstFreeIndexBrokenTest, ALoneFirstHeldAheadWithATreeIsFound) {
+  index.Join(Chunk(350));
+  index.Insert(1, Chunk(350));
+  ASSERT_EQ(index.CountMembers(1), 1);
+  EXPECT_TRUE(index.HoldsOnly(1, Chunk(350)));
+  inspector.SetLeftmost(1, 0, leaf);
+  inspector.SetRightLeaf(1, leaf);
+  inspector.SetHeight(1, 1);
+  EXPECT_EQ(index.CountMembers(1), -1);
 }
 
 // The pool over the index: 300 full chunks of one class get a free block
