@@ -157,13 +157,5 @@ int main(int argc, char** argv) {
   for (const Counts& c : counts) {
     total.Add(c);
   }
-  printf("small_and_large threads=%zu allocations=%llu bytes=%llu checksum=%016llx corrupt=%llu\n",
-         threads, static_cast<unsigned long long>(total.blocks),
-         static_cast<unsigned long long>(total.bytes),
-         static_cast<unsigned long long>(total.checksum),
-         static_cast<unsigned long long>(total.corrupt));
-  if (total.failed != 0) {
-    fprintf(stderr, "%llu allocations failed\n", static_cast<unsigned long long>(total.failed));
-  }
-  return total.corrupt == 0 && total.failed == 0 ? 0 : 1;
+  return QuendalWorkload::ReportTally("small_and_large", threads, total);
 }

@@ -131,13 +131,5 @@ int main(int argc, char** argv) {
   for (const ThreadResult& result : results) {
     total.Add(result);
   }
-  printf("small_blocks threads=%zu allocations=%llu bytes=%llu checksum=%016llx corrupt=%llu\n",
-         threads, static_cast<unsigned long long>(total.blocks),
-         static_cast<unsigned long long>(total.bytes),
-         static_cast<unsigned long long>(total.checksum),
-         static_cast<unsigned long long>(total.corrupt));
-  if (total.failed != 0) {
-    fprintf(stderr, "%llu allocations failed\n", static_cast<unsigned long long>(total.failed));
-  }
-  return total.corrupt == 0 && total.failed == 0 ? 0 : 1;
+  return QuendalWorkload::ReportTally("small_blocks", threads, total);
 }

@@ -103,6 +103,21 @@ struct BlockTally {
   }
 };
 
+// Prints the summed tally of a workload's threads as its one line of
+// output (blocks counted as "allocations") and returns the exit status:
+// 0 unless a block was corrupt or an allocation failed.
+inline int ReportTally(const char* workload, size_t threads, const BlockTally& total) {
+  printf("%s threads=%zu allocations=%llu bytes=%llu checksum=%016llx corrupt=%llu\n", workload,
+         threads, static_cast<unsigned long long>(total.blocks),
+         static_cast<unsigned long long>(total.bytes),
+         static_cast<unsigned long long>(total.checksum),
+         static_cast<unsigned long long>(total.corrupt));
+  if (total.failed != 0) {
+    fprintf(stderr, "%llu allocations failed\n", static_cast<unsigned long long>(total.failed));
+  }
+  return total.corrupt == 0 && total.failed == 0 ? 0 : 1;
+}
+
 inline uint64_t MixSeed(uint64_t a, uint64_t b) {
   Random random(a * 0x100000001b3ULL ^ (b + 0x51ed270b27ULL));
   return random.Next();
