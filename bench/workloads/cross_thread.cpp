@@ -41,6 +41,17 @@ struct Counts {
   uint64_t checksum = 0;
   uint64_t corrupt = 0;
   uint64_t failed = 0;
+
+  void Add(const Counts& other) {
+    allocations += other.allocations;
+    reallocations += other.reallocations;
+    frees += other.frees;
+    frees_on_other_threads += other.frees_on_other_threads;
+    bytes += other.bytes;
+    checksum += other.checksum;
+    corrupt += other.corrupt;
+    failed += other.failed;
+  }
 };
 
 // All threads leave a round together, so the array a thread works on in a
@@ -214,25 +225,8 @@ int main(int argc, char** argv) {
   Barrier barrier(shared.threads);
   shared.barrier = &barrier;
 
-  std::vector<Counts> counts(shared.threads);
-  std::vector<std::thread> workers;
-  for (size_t t = 0; t < shared.threads; ++t) {
-    workers.emplace_back(Work, &shared, t, &counts[t]);
-  }
-  for (std::thread& worker : workers) {
-    worker.join();
-  }
-  Counts total;
-  for (const Counts& c : counts) {
-    total.allocations += c.allocations;
-    total.reallocations += c.reallocations;
-    total.frees += c.frees;
-    total.frees_on_other_threads += c.frees_on_other_threads;
-    total.bytes += c.bytes;
-    total.checksum += c.checksum;
-    total.corrupt += c.corrupt;
-    total.failed += c.failed;
-  }
+  Counts total = QuendalWorkload::RunOnThreads<Counts>(
+      shared.threads, [&shared](size_t t, Counts* counts) { Work(&shared, t, counts); });
   printf(
       "cross_thread threads=%zu rounds=%llu allocations=%llu reallocations=%llu frees=%llu "
       "frees_on_other_threads=%llu bytes=%llu checksum=%016llx corrupt=%llu\n",

@@ -38,6 +38,16 @@ struct Counts {
   uint64_t checksum = 0;
   uint64_t corrupt = 0;
   uint64_t failed = 0;
+
+  void Add(const Counts& other) {
+    allocations += other.allocations;
+    frees += other.frees;
+    handed += other.handed;
+    bytes += other.bytes;
+    checksum += other.checksum;
+    corrupt += other.corrupt;
+    failed += other.failed;
+  }
 };
 
 // Blocks handed to a thread, taken in batches so that the handing itself
@@ -191,24 +201,8 @@ int main(int argc, char** argv) {
   shared.seed = options.Get("seed");
   shared.inboxes = std::vector<Inbox>(shared.threads);
 
-  std::vector<Counts> counts(shared.threads);
-  std::vector<std::thread> workers;
-  for (size_t t = 0; t < shared.threads; ++t) {
-    workers.emplace_back(Serve, &shared, t, &counts[t]);
-  }
-  for (std::thread& worker : workers) {
-    worker.join();
-  }
-  Counts total;
-  for (const Counts& c : counts) {
-    total.allocations += c.allocations;
-    total.frees += c.frees;
-    total.handed += c.handed;
-    total.bytes += c.bytes;
-    total.checksum += c.checksum;
-    total.corrupt += c.corrupt;
-    total.failed += c.failed;
-  }
+  Counts total = QuendalWorkload::RunOnThreads<Counts>(
+      shared.threads, [&shared](size_t t, Counts* counts) { Serve(&shared, t, counts); });
   printf(
       "server threads=%zu allocations=%llu handed_to_next_thread=%llu bytes=%llu "
       "checksum=%016llx corrupt=%llu\n",

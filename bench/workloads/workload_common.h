@@ -12,6 +12,8 @@
 
 #include <map>
 #include <string>
+#include <thread>
+#include <vector>
 
 namespace QuendalWorkload {
 
@@ -102,6 +104,25 @@ struct BlockTally {
     failed += other.failed;
   }
 };
+
+// Runs work(t, &counts[t]) on a thread of its own for each t below threads
+// and returns the counts summed by Counts::Add.
+template <class Counts, class Work>
+Counts RunOnThreads(size_t threads, Work work) {
+  std::vector<Counts> counts(threads);
+  std::vector<std::thread> workers;
+  for (size_t t = 0; t < threads; ++t) {
+    workers.emplace_back(work, t, &counts[t]);
+  }
+  for (std::thread& worker : workers) {
+    worker.join();
+  }
+  Counts total;
+  for (const Counts& c : counts) {
+    total.Add(c);
+  }
+  return total;
+}
 
 // Prints the summed tally of a workload's threads as its one line of
 // output (blocks counted as "allocations") and returns the exit status:
