@@ -124,6 +124,12 @@ QD_NOINLINE void* ReallocateCached(void* pointer, size_t request) {
   return block;
 }
 
+// A thread whose first request is a release (a consumer of blocks other
+// threads allocate) caches too, once the heap is ready.
+QD_NOINLINE ThreadCache* CacheForFirstRelease() {
+  return Heap::HeapIsReady() ? StartThreadCache() : 0;
+}
+
 }  // namespace
 
 void* Allocate(size_t size) QD_NOTHROW {
@@ -192,6 +198,9 @@ void Release(void* pointer) QD_NOTHROW {
   }
   // A thread has a record only once the pool has its segment.
   ThreadCache* cache = threadCache;
+  if (QD_UNLIKELY(cache == 0)) {
+    cache = CacheForFirstRelease();
+  }
   if (QD_LIKELY(cache != 0)) {
     const Heap::Pool& pool = Heap::TheHeap::ReadyInstance()->GetPool();
     if (QD_LIKELY(pool.Owns(pointer))) {
