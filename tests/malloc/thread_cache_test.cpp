@@ -4,6 +4,7 @@
 // cached blocks.
 #include <gtest/gtest.h>
 
+#include <pthread.h>
 #include <sched.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -133,6 +134,29 @@ TEST(ThreadCache, AThreadsBlocksGoBackToThePoolWhenItEnds) {
   EXPECT_LE(after.cached, before.cached);
   EXPECT_LE(after.cachedBytes, before.cachedBytes);
   EXPECT_EQ(after.used - after.cached, before.used - before.cached);
+}
+
+pthread_key_t lateKey;
+
+// Runs after the caches' own key destructor (keys run in the order they
+// were made): the thread's cache is gone, its blocks go to the pool.
+void LateDestructor(void* value) {
+  free(value);
+  free(Block(64));
+}
+
+TEST(ThreadCache, DestructorsAfterTheCachesEndUseThePool) {
+  SettleThreads();
+  ASSERT_EQ(pthread_key_create(&lateKey, &LateDestructor), 0);
+  const Counts before = Read();
+  OnAThread([] {
+    AllocateAndFree(64, 40);
+    ASSERT_EQ(pthread_setspecific(lateKey, Block(64)), 0);
+  });
+  const Counts after = Read();
+  EXPECT_LE(after.cached, before.cached);
+  EXPECT_EQ(after.used - after.cached, before.used - before.cached);
+  pthread_key_delete(lateKey);
 }
 
 // For the pool a cached block stays in use; for the program it is free.
