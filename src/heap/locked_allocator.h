@@ -47,12 +47,16 @@ class LockedAllocator {
   }
 
   // The drop-in's per-thread caches: many blocks of one class taken from the
-  // pool's chunks (none from the overflow heap; returns how many), and many
-  // blocks released, each under one acquisition. Both tell whether the pool
+  // pool's chunks, and many blocks released, each under one acquisition.
+  // AllocBatch returns how many blocks it took; when the class has no chunk
+  // left it returns 0 and, in *overflow, the one block Alloc gets instead
+  // (the overflow heap's, null when that fails). Both tell whether the pool
   // is short of chunks afterwards: fewer than an eighth of its chunks free.
-  size_t AllocBatch(size_t size, size_t count, void** blocks, bool* shortOfChunks) {
+  size_t AllocBatch(size_t size, size_t count, void** blocks, void** overflow,
+                    bool* shortOfChunks) {
     typename MutexType::Token token = m_mutex.Enter();
     size_t taken = PoolForCCallers<Pool>::TakeBatch(m_pool, size, count, blocks);
+    *overflow = taken == 0 ? m_pool.Alloc(size) : 0;
     *shortOfChunks = ShortOfChunks();
     m_mutex.Leave(token);
     return taken;

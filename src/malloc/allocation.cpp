@@ -83,9 +83,7 @@ QD_NOINLINE void* AllocateCacheMissed(ThreadCache* cache, size_t request) {
     if (block == 0) {
       block = RefillAndTake(cache, request);
     }
-    if (block != 0) {
-      return block;
-    }
+    return block != 0 ? block : OutOfMemory();
   }
   return AllocateUncached(request);
 }
@@ -165,10 +163,11 @@ void* AllocateCleared(size_t count, size_t size) QD_NOTHROW {
     if (block == 0) {
       block = RefillAndTake(cache, request);
     }
-    if (block != 0) {
-      memset(block, 0, request);
-      return block;
+    if (block == 0) {
+      return OutOfMemory();
     }
+    memset(block, 0, request);
+    return block;
   }
   if (request > Heap::TheHeap::getInstance(true)->UnpooledAbove()) {
     return AllocateUnpooledCleared(request);

@@ -213,17 +213,13 @@ void* RefillAndTake(ThreadCache* cache, size_t classSize) {
     wanted = 0;
   }
   void* blocks[kBatch];
+  void* overflow;
   bool shortOfChunks;
-  size_t taken = StartedHeap()->AllocBatch(classSize, wanted + 1, blocks, &shortOfChunks);
+  size_t taken =
+      StartedHeap()->AllocBatch(classSize, wanted + 1, blocks, &overflow, &shortOfChunks);
   NoteShortage(shortOfChunks);
   if (taken == 0) {
-    if (cache->bytes == 0) {
-      return 0;
-    }
-    GiveAllBack(cache);
-    taken = StartedHeap()->AllocBatch(classSize, 1, blocks, &shortOfChunks);
-    NoteShortage(shortOfChunks);
-    return taken != 0 ? blocks[0] : 0;
+    return overflow;
   }
   // Pushed so that the next requests get the blocks in the pool's order.
   for (size_t k = taken - 1; k > 0; --k) {

@@ -110,8 +110,8 @@ QD_ALWAYS_INLINE bool PutCachedBlock(ThreadCache* cache, void* block, uint32_t c
 
 // An empty list: refilled from the pool with one block more than it keeps,
 // which is returned. When the pool's chunks have none for the class, the
-// thread's other lists go back to the pool first, which may free a chunk;
-// null when that did not help either.
+// block the heap gets instead (the extra heap's), under the same lock;
+// null when there is none.
 void* RefillAndTake(ThreadCache* cache, size_t classSize);
 
 // A full list or thread: its older half goes back to the pool, and block
