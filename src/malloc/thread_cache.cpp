@@ -50,8 +50,12 @@ Heap::LockedPool* StartedHeap() {
   return Heap::TheHeap::ReadyInstance();
 }
 
+// Written only when it changes: every thread's release reads it.
 void NoteShortage(bool shortOfChunks) {
-  __atomic_store_n(&poolShortOfChunks, shortOfChunks ? 1 : 0, __ATOMIC_RELAXED);
+  int value = shortOfChunks ? 1 : 0;
+  if (__atomic_load_n(&poolShortOfChunks, __ATOMIC_RELAXED) != value) {
+    __atomic_store_n(&poolShortOfChunks, value, __ATOMIC_RELAXED);
+  }
 }
 
 // Gives the blocks in batches of at most kBatch, each under one acquisition.
