@@ -88,6 +88,11 @@ typedef struct QDHeapStats {
    * in a chunk of its own where its class is past the counted ones): equal
    * to peakChunksNeeded while unfollowedBlocks is 0, else larger. */
   uint32_t peakChunksNeededAtMost;
+  /* Blocks, and their bytes, that libQuendalMalloc.so's per-thread caches
+   * hold for their threads' next requests: in use for the pool (counted in
+   * usedBlocks), free for the program. 0 in libQuendal.so. */
+  uint32_t threadCachedBlocks;
+  uint32_t threadCachedBytes;
 } QDHeapStats;
 
 /* Fills stats with a consistent snapshot taken under the heap's lock,

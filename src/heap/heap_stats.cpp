@@ -7,6 +7,7 @@
 #include "heap/pool_geometry.h"
 #include "heap/pool_stats.h"
 #include "heap/the_heap.h"
+#include "heap/thread_cached_blocks.h"
 #include "quendal/heap.h"
 #include "quendal/heap_stats.h"
 #include "util/compiler.h"
@@ -27,9 +28,17 @@ struct StatsReader {
   LostChunksCause m_cause;
 };
 
+CachedBlocksCounter cachedBlocksCounter = 0;
+
+// The caches are counted after the heap's lock is left: their own lock is
+// never taken under it.
 LostChunksCause TakeSnapshot(QDHeapStats& stats) {
   StatsReader reader(stats);
   TheHeap::getInstance(true)->Inspect(reader);
+  CachedBlocksCounter counter = __atomic_load_n(&cachedBlocksCounter, __ATOMIC_ACQUIRE);
+  if (counter != 0) {
+    counter(&stats.threadCachedBlocks, &stats.threadCachedBytes);
+  }
   return reader.m_cause;
 }
 
@@ -43,7 +52,7 @@ typedef char TailFollowsClasses[offsetof(QDHeapStats, extraHeapBlocks) ==
                                             QD_HEAP_STATS_CLASSES * sizeof(QDHeapClassStats)
                                     ? 1
                                     : -1];
-const size_t kTailEnd = offsetof(QDHeapStats, peakChunksNeededAtMost) + sizeof(uint32_t);
+const size_t kTailEnd = offsetof(QDHeapStats, threadCachedBytes) + sizeof(uint32_t);
 
 // The end of the last field that lies wholly within the first size bytes;
 // size is at least the end of chunkCount. The fields before classes are all
@@ -127,6 +136,11 @@ void WriteHeapStatsText(FILE* stream, const QDHeapStats& stats, LostChunksCause 
           "pooled size\n",
           static_cast<unsigned long long>(stats.exhaustedRequests),
           static_cast<unsigned long long>(stats.largeRequests));
+  if (stats.threadCachedBlocks != 0) {
+    fprintf(stream, "thread caches:    %lu blocks of %lu bytes in use, held for their threads\n",
+            static_cast<unsigned long>(stats.threadCachedBlocks),
+            static_cast<unsigned long>(stats.threadCachedBytes));
+  }
   fprintf(stream, "class  block bytes  chunks  blocks in use  block capacity\n");
   uint32_t rows = 0;
   for (uint32_t index = 0; index < stats.classCount; ++index) {
@@ -165,6 +179,10 @@ void WriteHeapStatsText(FILE* stream, const QDHeapStats& stats, LostChunksCause 
     fprintf(stream, "; that is above the pool's limit of %lu chunks", limit);
   }
   fprintf(stream, "\n");
+}
+
+void CountCachedBlocksWith(CachedBlocksCounter counter) {
+  __atomic_store_n(&cachedBlocksCounter, counter, __ATOMIC_RELEASE);
 }
 
 }  // namespace Heap

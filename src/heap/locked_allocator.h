@@ -46,6 +46,31 @@ class LockedAllocator {
     m_mutex.Leave(token);
   }
 
+  // The drop-in's per-thread caches: many blocks of one class taken from the
+  // pool's chunks, and many blocks released, each under one acquisition.
+  // AllocBatch returns how many blocks it took; when the class has no chunk
+  // left it returns 0 and, in *overflow, the one block Alloc gets instead
+  // (the overflow heap's, null when that fails). Both tell whether the pool
+  // is short of chunks afterwards: fewer than an eighth of its chunks free.
+  size_t AllocBatch(size_t size, size_t count, void** blocks, void** overflow,
+                    bool* shortOfChunks) {
+    typename MutexType::Token token = m_mutex.Enter();
+    size_t taken = PoolForCCallers<Pool>::TakeBatch(m_pool, size, count, blocks);
+    *overflow = taken == 0 ? m_pool.Alloc(size) : 0;
+    *shortOfChunks = ShortOfChunks();
+    m_mutex.Leave(token);
+    return taken;
+  }
+
+  void FreeBatch(void* const* blocks, size_t count, bool* shortOfChunks) {
+    typename MutexType::Token token = m_mutex.Enter();
+    for (size_t k = 0; k < count; ++k) {
+      m_pool.Free(blocks[k]);
+    }
+    *shortOfChunks = ShortOfChunks();
+    m_mutex.Leave(token);
+  }
+
   void* ReAlloc(void* pointer, size_t size) {
     typename MutexType::Token token = m_mutex.Enter();
     void* block = m_pool.ReAlloc(pointer, size);
@@ -59,6 +84,11 @@ class LockedAllocator {
     m_mutex.Leave(token);
     return block;
   }
+
+  // The drop-in takes requests the pool never serves to the C library
+  // itself, without the lock, and has them counted.
+  size_t UnpooledAbove() const { return m_pool.UnpooledAbove(); }
+  void CountLargeRequest() { PoolForCCallers<Pool>::CountLargeRequest(m_pool); }
 
   // The drop-in's releases and moves of blocks of the C library: the pool
   // counts those of pooled sizes once it ran out of chunks.
@@ -91,6 +121,11 @@ class LockedAllocator {
 
  private:
   LockedAllocator(const LockedAllocator&);
+
+  bool ShortOfChunks() const {
+    return static_cast<uint64_t>(m_pool.FreeChunkCount()) * 8 < m_pool.LaidOutChunks();
+  }
+
   LockedAllocator& operator=(const LockedAllocator&);
 
   Pool m_pool;

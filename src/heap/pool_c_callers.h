@@ -12,6 +12,9 @@
 // moves as ReAlloc moves it, except that the old block stays when no new one
 // can be had (null).
 //
+// TakeBatch is Alloc for many blocks of one class at once, for the drop-in's
+// per-thread caches: only blocks of the pool's chunks.
+//
 // StopFollowing and FollowAgain keep the statistics' count of the overflow
 // heap's blocks of pooled size (overflow_tally.h) while the drop-in releases
 // or reallocates a block of the C library itself, without the pool.
@@ -56,6 +59,29 @@ class PoolForCCallers {
     pool.Free(pointer);
     return block;
   }
+
+  // Up to count blocks of size's class, taken from the pool's chunks one by
+  // one as Alloc takes them, into blocks; never from the overflow heap.
+  // Returns how many: fewer when no chunk is left for the class.
+  static size_t TakeBatch(Pool& pool, size_t size, size_t count, void** blocks) {
+    if (pool.m_classes.Table() == 0 || !pool.m_geometry.IsPooledSize(size)) {
+      return 0;
+    }
+    size_t taken = 0;
+    while (taken < count) {
+      void* block = pool.AllocFromClass(size);
+      if (block == 0) {
+        break;
+      }
+      blocks[taken] = block;
+      ++taken;
+    }
+    return taken;
+  }
+
+  // The drop-in served a request above UnpooledAbove from the C library
+  // itself: counted as the overflow heap's.
+  static void CountLargeRequest(Pool& pool) { pool.m_counters.LargeRequestServed(); }
 
   // pointer, outside the pool, leaves the overflow heap: a token for
   // FollowMoved, 0 when the pool did not count it.

@@ -66,7 +66,7 @@ class ConfigPoolChunkAllocator {
   typedef Shortcuts ShortcutSet;
   typedef OverflowHeap OverflowHeapType;
 
-  ConfigPoolChunkAllocator() : m_fastLimit(0) {}
+  ConfigPoolChunkAllocator() : m_fastLimit(0), m_unpooledAbove(SIZE_MAX) {}
 
   // Adopts the three parameters once; later calls change nothing
   // (PoolGeometry::Configure).
@@ -134,9 +134,26 @@ class ConfigPoolChunkAllocator {
 
   uint8_t IsConfigured() const { return m_geometry.configured; }
 
+  // True when a memory checker watches the pool's blocks; found once, when
+  // the pool takes its segment.
+  bool WatchedByMemoryChecker() const { return m_checker.Active(); }
+
+  // Requests above this size go to the overflow heap whatever the pool
+  // holds, for good: the pool has its segment and class table. SIZE_MAX
+  // before that. Read without the lock.
+  size_t UnpooledAbove() const {
+#if defined(__GNUC__)
+    return __atomic_load_n(&m_unpooledAbove, __ATOMIC_RELAXED);
+#else
+    return m_unpooledAbove;
+#endif
+  }
+
   // True once a block of pooled size went to the overflow heap; read
   // without the lock.
-  bool FollowsOverflowBlocks() const { return m_overflow.Following(); }
+  bool FollowsOverflowBlocks() const {
+    return m_overflow.Following();
+  }
 
   // Read access for diagnostics and tests, as the lists read to a caller:
   // a chunk whose return is deferred already heads the free chunk list, and
@@ -145,20 +162,46 @@ class ConfigPoolChunkAllocator {
     ChunkHeader* head = m_classes.Head(index);
     return head != 0 && head == m_free.Deferred() ? head->nextChunk : head;
   }
-  ChunkHeader** ClassTable() const { return m_classes.Table(); }
-  ChunkHeader* FreeChunks() const { return m_free.First(); }
-  void* Segment() const { return m_geometry.segment; }
-  uintptr_t AlignedSegment() const { return m_geometry.alignedSegment; }
-  uint32_t SegmentBytes() const { return m_geometry.segmentBytes; }
-  uint32_t FreeChunkCount() const { return m_free.Count(); }
-  uint32_t ChunkCount() const { return m_geometry.chunkCount; }
-  uint32_t ChunkSize() const { return m_geometry.chunkSize; }
-  uint32_t MaxBlockSize() const { return m_geometry.maxBlockSize; }
-  uint32_t ClassCount() const { return m_geometry.classCount; }
-  uint32_t ClassTableEntries() const { return m_geometry.classTableEntries; }
+  ChunkHeader** ClassTable() const {
+    return m_classes.Table();
+  }
+  ChunkHeader* FreeChunks() const {
+    return m_free.First();
+  }
+  void* Segment() const {
+    return m_geometry.segment;
+  }
+  uintptr_t AlignedSegment() const {
+    return m_geometry.alignedSegment;
+  }
+  uint32_t SegmentBytes() const {
+    return m_geometry.segmentBytes;
+  }
+  uint32_t FreeChunkCount() const {
+    return m_free.Count();
+  }
+  uint32_t ChunkCount() const {
+    return m_geometry.chunkCount;
+  }
+  uint32_t ChunkSize() const {
+    return m_geometry.chunkSize;
+  }
+  uint32_t MaxBlockSize() const {
+    return m_geometry.maxBlockSize;
+  }
+  uint32_t ClassCount() const {
+    return m_geometry.classCount;
+  }
+  uint32_t ClassTableEntries() const {
+    return m_geometry.classTableEntries;
+  }
   // Chunks laid out in the segment, built or still to build.
-  uint32_t LaidOutChunks() const { return m_geometry.laidOutChunks; }
-  ChunkHeader* ChunkOf(const void* pointer) const { return m_geometry.ChunkOf(pointer); }
+  uint32_t LaidOutChunks() const {
+    return m_geometry.laidOutChunks;
+  }
+  ChunkHeader* ChunkOf(const void* pointer) const {
+    return m_geometry.ChunkOf(pointer);
+  }
 
   // Writes every header a pool without shortcuts would hold: builds the
   // chunks not yet built and settles a deferred return. Nothing a caller
@@ -248,7 +291,9 @@ class ConfigPoolChunkAllocator {
     }
     return block;
   }
-  QD_NOINLINE void ChunkFilled(size_t index) { m_classes.FirstFilled(index); }
+  QD_NOINLINE void ChunkFilled(size_t index) {
+    m_classes.FirstFilled(index);
+  }
   QD_NOINLINE void ChunkGotAFreeBlock(size_t index, ChunkHeader* chunk) {
     m_classes.GotAFreeBlock(index, chunk);
   }
@@ -262,7 +307,9 @@ class ConfigPoolChunkAllocator {
     }
     Release(pointer);
   }
-  QD_NOINLINE void FreeOutOfLine(void* pointer) { FreeAnywhere(pointer); }
+  QD_NOINLINE void FreeOutOfLine(void* pointer) {
+    FreeAnywhere(pointer);
+  }
   QD_ALWAYS_INLINE void ReleaseInWindow(void* pointer);
   void Release(void* pointer);
   QD_NOINLINE void ReleaseAtEdge(void* pointer, ChunkHeader* chunk, uint16_t usedBlocks,
@@ -312,6 +359,13 @@ class ConfigPoolChunkAllocator {
     size_t countedLimit = PoolCounters::kCountedClasses * kClassGranule;
     limit = limit < countedLimit ? limit : countedLimit;
     m_fastLimit = m_classes.Indexed() && !m_checker.Active() ? limit : 0;
+    size_t unpooledAbove =
+        m_classes.Table() != 0 && m_geometry.segment != 0 ? m_geometry.pooledLimit : SIZE_MAX;
+#if defined(__GNUC__)
+    __atomic_store_n(&m_unpooledAbove, unpooledAbove, __ATOMIC_RELAXED);
+#else
+    m_unpooledAbove = unpooledAbove;
+#endif
     UpdateReleaseWindow();
   }
 
@@ -334,6 +388,7 @@ class ConfigPoolChunkAllocator {
   // The routing limit, at most the classes the statistics count, while the
   // first-free index is active; else 0.
   size_t m_fastLimit;
+  size_t m_unpooledAbove;
   ClassLists<Shortcuts> m_classes;
   FreeChunkList<Shortcuts> m_free;
   CarveRecord m_carved;

@@ -2,7 +2,8 @@
 // pool works so that a snapshot costs what the classes cost, not what the
 // chunks cost: per class, the blocks handed out (the class lists count their
 // chunks, class_lists.h); the fewest free chunks there ever were; and the
-// requests passed to the overflow heap, by why.
+// requests passed to the overflow heap, by why (those above the classes
+// also counted without the lock).
 //
 // Invariant (checked by CheckPoolInvariants against a walk of the lists):
 // for each of the first kCountedClasses classes, UsedBlocks() is the number
@@ -55,8 +56,18 @@ class PoolCounters {
     if (pooledSize) {
       ++m_exhaustedRequests;
     } else {
-      ++m_largeRequests;
+      LargeRequestServed();
     }
+  }
+
+  // A request above the classes, also counted without the pool's lock by
+  // the drop-in, which takes those to the C library itself.
+  void LargeRequestServed() {
+#if defined(__GNUC__)
+    __atomic_fetch_add(&m_largeRequests, 1, __ATOMIC_RELAXED);
+#else
+    ++m_largeRequests;
+#endif
   }
 
   // The low-water mark, given the count now. The count only ever starts at
@@ -64,13 +75,25 @@ class PoolCounters {
   uint32_t LowestFreeChunks(uint32_t freeChunksNow) const {
     return freeChunksNow < m_lowestFreeChunks ? freeChunksNow : m_lowestFreeChunks;
   }
-  uint64_t ExhaustedRequests() const { return m_exhaustedRequests; }
-  uint64_t LargeRequests() const { return m_largeRequests; }
+  uint64_t ExhaustedRequests() const {
+    return m_exhaustedRequests;
+  }
+  uint64_t LargeRequests() const {
+#if defined(__GNUC__)
+    return __atomic_load_n(&m_largeRequests, __ATOMIC_RELAXED);
+#else
+    return m_largeRequests;
+#endif
+  }
   // For index below kCountedClasses.
-  uint32_t UsedBlocks(size_t index) const { return m_usedBlocks[index]; }
+  uint32_t UsedBlocks(size_t index) const {
+    return m_usedBlocks[index];
+  }
 
   // The entry of class index: its own, or the one the uncounted share.
-  static size_t Entry(size_t index) { return index < kCountedClasses ? index : kCountedClasses; }
+  static size_t Entry(size_t index) {
+    return index < kCountedClasses ? index : kCountedClasses;
+  }
 
  private:
   QD_STATIC_ASSERT((kCountedClasses & (kCountedClasses - 1)) == 0);

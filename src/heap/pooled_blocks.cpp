@@ -38,6 +38,10 @@ void* ResizePooledBlock(void* pointer, size_t size) {
   return TheHeap::getInstance(true)->Resize(pointer, size);
 }
 
+void CountLargeRequest() {
+  TheHeap::getInstance(true)->CountLargeRequest();
+}
+
 bool FollowsExtraHeapBlocks() {
   LockedPool* heap = TheHeap::getStartedInstance();
   return heap != 0 && heap->FollowsOverflowBlocks();

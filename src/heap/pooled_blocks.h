@@ -32,6 +32,11 @@ QD_ALWAYS_INLINE bool ReleaseIfPooled(void* pointer) {
   return true;
 }
 
+// Counts a request above the pool's classes that the drop-in served from
+// the C library itself (LockedPool::UnpooledAbove), as the heap counts the
+// ones it passes to the extra heap.
+void CountLargeRequest();
+
 // Resizes a block of the pool's segment to size (> 0) bytes for a C
 // caller: in place when its class already fits, else moved; null, with the
 // block kept, when no new block can be had.

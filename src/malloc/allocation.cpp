@@ -2,12 +2,14 @@
 
 #include <errno.h>
 #include <stdint.h>
+#include <string.h>
 
 #include "heap/heap_init.h"
 #include "heap/pooled_blocks.h"
 #include "heap/the_heap.h"
 #include "malloc/block_request.h"
 #include "malloc/own_work_depth.h"
+#include "malloc/thread_cache.h"
 #include "platform/c_library_heap.h"
 #include "platform/extra_heap_block_size.h"
 #include "quendal/heap.h"
@@ -44,6 +46,88 @@ void* OutOfMemory() {
   return 0;
 }
 
+// A request the pool never serves goes where the heap would send it, the C
+// library, without the heap's lock; the heap counts it all the same.
+QD_NOINLINE void* AllocateUnpooled(size_t request) {
+  Heap::CountLargeRequest();
+  void* block = Platform::CLibraryMalloc(request);
+  return block != 0 ? block : OutOfMemory();
+}
+
+// calloc's: zeroed by the C library, which knows its fresh pages are.
+QD_NOINLINE void* AllocateUnpooledCleared(size_t request) {
+  Heap::CountLargeRequest();
+  void* block = Platform::CLibraryCalloc(1, request);
+  return block != 0 ? block : OutOfMemory();
+}
+
+// A request of the ready heap that no thread cache serves: the pool's, or
+// the C library's for a size the pool never serves.
+QD_NOINLINE void* AllocateUncached(size_t request) {
+  Heap::LockedPool* heap = Heap::TheHeap::ReadyInstance();
+  if (request > heap->UnpooledAbove()) {
+    return AllocateUnpooled(request);
+  }
+  void* block = heap->Alloc(request);
+  return block != 0 ? block : OutOfMemory();
+}
+
+// The thread's cache had no block for the request: its first request, an
+// empty list, or a size it does not cache.
+QD_NOINLINE void* AllocateCacheMissed(ThreadCache* cache, size_t request) {
+  if (cache == 0) {
+    cache = StartThreadCache();
+  }
+  if (request <= cache->cachedUpTo) {
+    void* block = TakeCachedBlock(cache, request);
+    if (block == 0) {
+      block = RefillAndTake(cache, request);
+    }
+    return block != 0 ? block : OutOfMemory();
+  }
+  return AllocateUncached(request);
+}
+
+// A request (a class size, never 0) of the ready heap.
+QD_ALWAYS_INLINE void* AllocateRequest(size_t request) {
+  ThreadCache* cache = threadCache;
+  if (QD_LIKELY(cache != 0) && QD_LIKELY(request <= cache->cachedUpTo)) {
+    void* block = TakeCachedBlock(cache, request);
+    if (QD_LIKELY(block != 0)) {
+      return block;
+    }
+  }
+  return AllocateCacheMissed(cache, request);
+}
+
+// The class size of a block of the pool that the program holds: its chunk's
+// header does not change while the block is in use.
+QD_ALWAYS_INLINE uint32_t ClassSizeOfHeldBlock(const Heap::Pool& pool, const void* pointer) {
+  return pool.ChunkOf(pointer)->blockSize;
+}
+
+// realloc of a pool block while the thread caches: a block of the same
+// class stays, others move through the cache.
+QD_NOINLINE void* ReallocateCached(void* pointer, size_t request) {
+  uint32_t oldSize = ClassSizeOfHeldBlock(Heap::TheHeap::ReadyInstance()->GetPool(), pointer);
+  if (oldSize == request) {
+    return pointer;
+  }
+  void* block = AllocateRequest(request);
+  if (block == 0) {
+    return OutOfMemory();
+  }
+  memcpy(block, pointer, oldSize < request ? oldSize : request);
+  Release(pointer);
+  return block;
+}
+
+// A thread whose first request is a release (a consumer of blocks other
+// threads allocate) caches too, once the heap is ready.
+QD_NOINLINE ThreadCache* CacheForFirstRelease() {
+  return Heap::HeapIsReady() ? StartThreadCache() : 0;
+}
+
 }  // namespace
 
 void* Allocate(size_t size) QD_NOTHROW {
@@ -54,10 +138,11 @@ void* Allocate(size_t size) QD_NOTHROW {
   if (request == 0) {
     return OutOfMemory();
   }
-  // QDHeapAlloc inline: the request is never 0.
-  void* block = QD_LIKELY(Heap::HeapIsReady()) ? Heap::TheHeap::ReadyInstance()->Alloc(request)
-                                               : AllocateStarting(request);
-  return QD_LIKELY(block != 0) ? block : OutOfMemory();
+  if (QD_LIKELY(Heap::HeapIsReady())) {
+    return AllocateRequest(request);
+  }
+  void* block = AllocateStarting(request);
+  return block != 0 ? block : OutOfMemory();
 }
 
 void* AllocateCleared(size_t count, size_t size) QD_NOTHROW {
@@ -72,6 +157,21 @@ void* AllocateCleared(size_t count, size_t size) QD_NOTHROW {
     return OutOfMemory();
   }
   EnsureInitialized();
+  ThreadCache* cache = threadCache;
+  if (cache != 0 && request <= cache->cachedUpTo) {
+    void* block = TakeCachedBlock(cache, request);
+    if (block == 0) {
+      block = RefillAndTake(cache, request);
+    }
+    if (block == 0) {
+      return OutOfMemory();
+    }
+    memset(block, 0, request);
+    return block;
+  }
+  if (request > Heap::TheHeap::getInstance(true)->UnpooledAbove()) {
+    return AllocateUnpooledCleared(request);
+  }
   void* block = Heap::AllocCleared(request);
   return block != 0 ? block : OutOfMemory();
 }
@@ -94,6 +194,23 @@ void ReleaseForLibrary(void* pointer) QD_NOTHROW {
 void Release(void* pointer) QD_NOTHROW {
   if (pointer == 0) {
     return;
+  }
+  // A thread has a record only once the pool has its segment.
+  ThreadCache* cache = threadCache;
+  if (QD_UNLIKELY(cache == 0)) {
+    cache = CacheForFirstRelease();
+  }
+  if (QD_LIKELY(cache != 0)) {
+    const Heap::Pool& pool = Heap::TheHeap::ReadyInstance()->GetPool();
+    if (QD_LIKELY(pool.Owns(pointer))) {
+      uint32_t classSize = ClassSizeOfHeldBlock(pool, pointer);
+      if (QD_LIKELY(classSize - 1 < cache->cachedUpTo)) {
+        if (QD_UNLIKELY(!PutCachedBlock(cache, pointer, classSize))) {
+          ReleaseIntoFullCache(cache, pointer, classSize);
+        }
+        return;
+      }
+    }
   }
   if (Heap::ReleaseIfPooled(pointer)) {
     return;
@@ -131,6 +248,10 @@ void* Reallocate(void* pointer, size_t size) QD_NOTHROW {
   size_t request = BlockRequest(size);
   if (request == 0) {
     return OutOfMemory();
+  }
+  ThreadCache* cache = threadCache;
+  if (cache != 0 && cache->cachedUpTo != 0) {
+    return ReallocateCached(pointer, request);
   }
   void* block = Heap::ResizePooledBlock(pointer, request);
   return block != 0 ? block : OutOfMemory();

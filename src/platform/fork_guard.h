@@ -12,7 +12,9 @@ namespace Platform {
 // its new-id callback runs under the registry's lock and may allocate from
 // the heap, so a thread can hold the registry's lock and wait for the heap's,
 // never the reverse.
-enum ForkLockRank { kRegistryLockRank, kHeapLockRank, kForkLockRankCount };
+// The drop-in's thread cache list comes last: nothing is taken while it is
+// held.
+enum ForkLockRank { kRegistryLockRank, kHeapLockRank, kThreadCacheLockRank, kForkLockRankCount };
 
 // How to take and release one lock; the functions receive the lock given to
 // GuardAcrossFork. Objects of this type must outlive their registration.

@@ -17,6 +17,13 @@ inline void CreateThreadKey(ThreadKey* key) {
   pthread_key_create(key, 0);
 }
 
+// The same with a destructor, which a thread that ends calls with its slot's
+// value when that is not null.
+inline void CreateThreadKeyWithDestructor(ThreadKey* key, void (*destructor)(void*)) {
+  OwnWorkScope ownWork;
+  pthread_key_create(key, destructor);
+}
+
 inline void DeleteThreadKey(ThreadKey key) {
   pthread_key_delete(key);
 }

@@ -13,6 +13,7 @@
 
 #include <quendal/heap.h>
 #include <quendal/heap_owns.h>
+#include <quendal/heap_stats.h>
 
 static int failures = 0;
 
@@ -271,6 +272,26 @@ static void OneHeapForBothInterfaces(void) {
   CHECK((first == fromMalloc && second == fromHeap) || (first == fromHeap && second == fromMalloc));
 }
 
+/* free() keeps a pool block for the thread's next request unless
+ * QUENDAL_THREAD_CACHE is 0; the statistics count the blocks kept. */
+static void FreedBlocksAreCachedUnlessSwitchedOff(void) {
+  const char* setting = getenv("QUENDAL_THREAD_CACHE");
+  int off = setting != NULL && strcmp(setting, "0") == 0;
+  void* block = malloc(48);
+  QDHeapStats stats;
+  CHECK(QDHeapOwns(block));
+  free(block);
+  stats.size = sizeof(stats);
+  CHECK(QDHeapGetStats(&stats) == QD_HEAP_STATS_OK);
+  if (off) {
+    CHECK(stats.threadCachedBlocks == 0);
+    CHECK(stats.threadCachedBytes == 0);
+  } else {
+    CHECK(stats.threadCachedBlocks > 0);
+    CHECK(stats.threadCachedBytes >= 48);
+  }
+}
+
 struct Case {
   const char* name;
   void (*run)(void);
@@ -290,6 +311,7 @@ static const struct Case cases[] = {
     {"invalid_alignment", InvalidAlignmentsAreRefused},
     {"usable_size", UsableSizeOfEveryKindOfBlock},
     {"one_heap", OneHeapForBothInterfaces},
+    {"thread_cache", FreedBlocksAreCachedUnlessSwitchedOff},
 };
 
 int main(int argc, char** argv) {

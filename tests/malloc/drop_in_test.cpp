@@ -6,6 +6,7 @@
 
 #include <dlfcn.h>
 #include <errno.h>
+#include <malloc.h>
 #include <pthread.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -183,6 +184,64 @@ TEST(DropIn, TheMemFileBesideTheExecutableSizesThePool) {
   unsigned long limit = 0;
   EXPECT_TRUE(ConfigFileReader::GetConfigModuleLimit(getModuleLimits().begin()->first, limit));
   EXPECT_EQ(limit, 4096u);
+}
+
+uint64_t LargeRequests() {
+  QDHeapStats stats;
+  stats.size = sizeof(stats);
+  EXPECT_EQ(QDHeapGetStats(&stats), QD_HEAP_STATS_OK);
+  return stats.largeRequests;
+}
+
+// The drop-in serves requests above the classes (1024 bytes here) from the
+// C library itself; the statistics count every one of them as before, from
+// any thread, and the blocks stay off the pool.
+TEST(DropIn, RequestsAboveTheClassesAreCountedAndStayOffThePool) {
+  free(malloc(16));
+  const uint64_t before = LargeRequests();
+  void* pooled = malloc(1024);
+  EXPECT_TRUE(QDHeapOwns(pooled));
+  free(pooled);
+  EXPECT_EQ(LargeRequests(), before);
+  const size_t sizes[] = {1025, 4096, 100000};
+  for (size_t size : sizes) {
+    void* block = malloc(size);
+    unsigned char* cleared = static_cast<unsigned char*>(calloc(1, size));
+    char* array = new char[size];
+    void* heapBlock = QDHeapAlloc(size);
+    ASSERT_NE(block, nullptr);
+    ASSERT_NE(cleared, nullptr);
+    ASSERT_NE(heapBlock, nullptr);
+    EXPECT_FALSE(QDHeapOwns(block));
+    EXPECT_FALSE(QDHeapOwns(cleared));
+    EXPECT_FALSE(QDHeapOwns(array));
+    EXPECT_FALSE(QDHeapOwns(heapBlock));
+    EXPECT_GE(malloc_usable_size(block), size);
+    for (size_t i = 0; i < size; ++i) {
+      ASSERT_EQ(cleared[i], 0) << i;
+    }
+    free(block);
+    free(cleared);
+    delete[] array;
+    QDHeapFree(heapBlock);
+  }
+  EXPECT_EQ(LargeRequests(), before + 4 * (sizeof(sizes) / sizeof(sizes[0])));
+  const int kThreads = 4;
+  const int kRounds = 2000;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([] {
+      for (int round = 0; round < kRounds; ++round) {
+        // Through a volatile pointer: the pair must not be elided.
+        void* volatile block = malloc(static_cast<size_t>(2000 + round % 64));
+        free(block);
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(LargeRequests(), before + 12 + static_cast<uint64_t>(kThreads) * kRounds);
 }
 
 TEST(DropIn, ThreadsReleaseBlocksOfOtherThreads) {

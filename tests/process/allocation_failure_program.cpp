@@ -358,12 +358,14 @@ void Open(TextStream& text) {
 
 uint32_t g_pooledBefore = 0;
 
+// The pooled blocks the program holds: the drop-in's thread caches hold
+// some of those the pool counts in use.
 uint32_t PooledBlocks(const QDHeapStats& stats) {
   uint32_t blocks = 0;
   for (uint32_t index = 0; index < stats.classCount; ++index) {
     blocks += stats.classes[index].usedBlocks;
   }
-  return blocks;
+  return blocks - stats.threadCachedBlocks;
 }
 
 QDHeapStats Snapshot() {
