@@ -88,6 +88,9 @@ void Trim(ThreadCache* cache, CacheBin& bin, uint32_t classSize, uint32_t keep) 
     blocks[count] = rest;
     ++count;
     rest = *static_cast<void**>(rest);
+    if (ClassHoldsMark(classSize)) {
+      MarkOf(blocks[count - 1]) = 0;
+    }
   }
   SetBinCount(bin, bin.count - count);
   SetCachedBytes(cache, cache->bytes - count * classSize);
@@ -189,6 +192,17 @@ ThreadCache* NewRecord() {
 
 }  // namespace
 
+bool BinHoldsBlock(const CacheBin& bin, const void* block) {
+  const void* cached = bin.head;
+  for (uint32_t k = 0; k < bin.count && cached != 0; ++k) {
+    if (cached == block) {
+      return true;
+    }
+    cached = *static_cast<void* const*>(cached);
+  }
+  return false;
+}
+
 ThreadCache* StartThreadCache() {
   ThreadCache* cache = threadCache;
   if (cache != 0) {
@@ -228,6 +242,9 @@ void* RefillAndTake(ThreadCache* cache, size_t classSize) {
   // Pushed so that the next requests get the blocks in the pool's order.
   for (size_t k = taken - 1; k > 0; --k) {
     *static_cast<void**>(blocks[k]) = bin.head;
+    if (ClassHoldsMark(classSize)) {
+      MarkOf(blocks[k]) = cache;
+    }
     bin.head = blocks[k];
   }
   SetBinCount(bin, bin.count + static_cast<uint32_t>(taken - 1));

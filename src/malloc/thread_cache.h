@@ -79,6 +79,22 @@ QD_ALWAYS_INLINE void SetCachedBytes(ThreadCache* cache, uint32_t bytes) {
   __atomic_store_n(&cache->bytes, bytes, __ATOMIC_RELAXED);
 }
 
+// A block in a list whose class has room for a second word carries its
+// record's address there: a program that frees a block twice would else
+// find it in the list twice and get it from two mallocs. Only a block
+// that bears the mark is looked for in the list, so a free costs one more
+// load; a block of 8 bytes on a 64-bit target has no room for the mark.
+QD_ALWAYS_INLINE bool ClassHoldsMark(size_t classSize) {
+  return classSize >= 2 * sizeof(void*);
+}
+
+QD_ALWAYS_INLINE void*& MarkOf(void* block) {
+  return static_cast<void**>(block)[1];
+}
+
+// Whether block is in bin's list: the second free of a cached block.
+bool BinHoldsBlock(const CacheBin& bin, const void* block);
+
 // Pops a block of classSize (a multiple of 8, at most cachedUpTo); null
 // when the list is empty.
 QD_ALWAYS_INLINE void* TakeCachedBlock(ThreadCache* cache, size_t classSize) {
@@ -86,6 +102,9 @@ QD_ALWAYS_INLINE void* TakeCachedBlock(ThreadCache* cache, size_t classSize) {
   void* block = bin.head;
   if (QD_LIKELY(block != 0)) {
     bin.head = *static_cast<void**>(block);
+    if (ClassHoldsMark(classSize)) {
+      MarkOf(block) = 0;
+    }
     SetBinCount(bin, bin.count - 1);
     SetCachedBytes(cache, cache->bytes - static_cast<uint32_t>(classSize));
   }
@@ -93,15 +112,24 @@ QD_ALWAYS_INLINE void* TakeCachedBlock(ThreadCache* cache, size_t classSize) {
 }
 
 // Pushes a pool block of classSize; false, doing nothing, when a bound
-// would be passed.
+// would be passed. A block the list already holds is freed a second time:
+// true, and it stays in the list once, as the pool ignores a late second
+// release.
 QD_ALWAYS_INLINE bool PutCachedBlock(ThreadCache* cache, void* block, uint32_t classSize) {
   CacheBin& bin = BinOf(cache, classSize);
+  if (ClassHoldsMark(classSize) && QD_UNLIKELY(MarkOf(block) == cache) &&
+      BinHoldsBlock(bin, block)) {
+    return true;
+  }
   uint32_t bytes = cache->bytes + classSize;
   if (QD_UNLIKELY(bin.count >= bin.capacity) || QD_UNLIKELY(bytes > kThreadBytes) ||
       QD_UNLIKELY(__atomic_load_n(&poolShortOfChunks, __ATOMIC_RELAXED) != 0)) {
     return false;
   }
   *static_cast<void**>(block) = bin.head;
+  if (ClassHoldsMark(classSize)) {
+    MarkOf(block) = cache;
+  }
   bin.head = block;
   SetBinCount(bin, bin.count + 1);
   SetCachedBytes(cache, bytes);

@@ -96,6 +96,25 @@ TEST(ThreadCache, AClassKeepsAtMostItsBoundOfFreedBlocks) {
   });
 }
 
+// A program that frees a block twice: the cache keeps it once, so two
+// mallocs do not both get it. The 32-byte class has room for the cache's
+// mark on every target.
+TEST(ThreadCache, ASecondFreeOfACachedBlockLeavesItCachedOnce) {
+  void* volatile twice = Block(32);
+  void* block = twice;
+  ASSERT_NE(block, nullptr);
+  Counts before = Read();
+  free(twice);
+  free(twice);
+  EXPECT_EQ(Read().cached, before.cached + 1);
+  void* first = malloc(32);
+  void* second = malloc(32);
+  EXPECT_EQ(first, block);
+  EXPECT_NE(second, block);
+  free(first);
+  free(second);
+}
+
 TEST(ThreadCache, AThreadKeepsAtMostItsBoundOfBytes) {
   OnAThread([] {
     free(Block(16));
